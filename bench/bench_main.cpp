@@ -1,0 +1,111 @@
+// Benchmark driver: runs every registered benchmark single-threaded and
+// prints a summary of each export beside its OpenCV peer.
+#include <cstdio>
+#include <map>
+#include <memory>
+
+#include "bench_util.h"
+
+namespace vbench {
+
+Image MakeImage(int channels, int width, int height) {
+    Image img{width, height, channels, (width * channels + 3) & ~3, {}};
+    img.bytes.resize(size_t(img.stride) * height);
+    uint32_t seed = 12345;
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width * channels; ++x) {
+            seed = seed * 1664525u + 1013904223u;
+            int base = ((x / channels) * 255 / width + y * 255 / height) / 2;
+            if (((x / channels) / 97 + y / 89) % 3 == 0) base = 255 - base;  // edges
+            int v = base + int(seed >> 28) - 8;
+            img.bytes[size_t(y) * img.stride + x] = uint8_t(v < 0 ? 0 : v > 255 ? 255 : v);
+        }
+    return img;
+}
+
+namespace {
+
+const char kPeerMark[] = " vs ";
+
+void RegisterBody(const std::string& name, int channels, std::function<void(Image&, Image&)> body) {
+    benchmark::RegisterBenchmark(name.c_str(), [channels, body](benchmark::State& state) {
+        Image src = MakeImage(channels);
+        Image dst = src;
+        for (auto _ : state) {
+            body(src, dst);
+            benchmark::DoNotOptimize(dst.bytes.data());
+            benchmark::ClobberMemory();
+        }
+        state.counters["MP/s"] = benchmark::Counter(double(src.width) * src.height / 1e6,
+                                                    benchmark::Counter::kIsIterationInvariantRate,
+                                                    benchmark::Counter::kIs1000);
+    })->Unit(benchmark::kMillisecond)->MinTime(0.2);
+}
+
+// Collects per-run times, then prints "export, ms, MP/s, peer, peer ms, ratio".
+class SummaryReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& r : runs) {
+            if (r.error_occurred) continue;
+            std::string name = r.benchmark_name();
+            name = name.substr(0, name.find("/min_time:"));
+            ms_[name] = r.GetAdjustedRealTime();
+        }
+    }
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        std::printf("\n%-34s %10s %9s   %-26s %10s %8s\n", "velomar", "ms", "MP/s", "peer", "peer ms",
+                    "ratio");
+        for (const auto& [name, ms] : ms_) {
+            if (name.find(kPeerMark) != std::string::npos) continue;
+            double mp = double(kWidth) * kHeight / 1e6 / (ms / 1e3);
+            std::printf("%-34s %10.3f %9.1f", name.c_str(), ms, mp);
+            bool any = false;
+            for (const auto& [peer, pms] : ms_) {
+                if (peer.rfind(name + kPeerMark, 0) != 0) continue;
+                if (any) std::printf("%-55s", "");
+                std::printf("   %-26s %10.3f %7.2fx\n",
+                            peer.substr(name.size() + sizeof(kPeerMark) - 1).c_str(), pms, pms / ms);
+                any = true;
+            }
+            if (!any) std::printf("   %-26s\n", "-");
+        }
+        std::printf("(ratio = peer time / velomar time; above 1 means velomar is faster)\n");
+#if !VELOMAR_HAVE_OPENCV
+        std::printf("OpenCV was not found at build time: the peers were skipped.\n");
+#endif
+    }
+
+private:
+    std::map<std::string, double> ms_;
+};
+
+}  // namespace
+
+void Register(const std::string& key, int channels, std::function<void(Image&, Image&)> body) {
+    RegisterBody(key, channels, std::move(body));
+}
+
+void RegisterPeer(const std::string& key, const std::string& peer, int channels,
+                  std::function<void(Image&, Image&)> body) {
+#if VELOMAR_HAVE_OPENCV
+    RegisterBody(key + kPeerMark + peer, channels, std::move(body));
+#else
+    (void)key, (void)peer, (void)channels, (void)body;
+#endif
+}
+
+}  // namespace vbench
+
+int main(int argc, char** argv) {
+#if VELOMAR_HAVE_OPENCV
+    cv::setNumThreads(1);
+#endif
+    benchmark::Initialize(&argc, argv);
+    vbench::SummaryReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,302 @@
+/*
+ * Velomar: 8-bit image filters behind plain exported C functions.
+ *
+ * Two calling forms:
+ *  - Matrix form: Src and Dest are Matrix records, the result is a Status. A
+ *    rejected call returns the first failing check's code and leaves Dest as it
+ *    was.
+ *  - Raw form: Src, Dest, Width, Height, Stride, then the operation's
+ *    parameters. Stride is the bytes per row shared by every buffer of the call;
+ *    the bytes per pixel are Stride / Width in integer division (1 is grey, 3 is
+ *    blue, green, red; a few operations also take 4 with alpha last). Every
+ *    buffer holds Height * Stride bytes. Src may equal Dest unless a comment
+ *    says otherwise; partially overlapping buffers are not supported. A call
+ *    with a null pointer, Width or Height below 1, or a Stride too short for
+ *    the layout it implies returns without touching any memory.
+ *
+ * Calling convention: __stdcall on 32-bit Windows (exported under plain names,
+ * "BoxBlur", not "_BoxBlur@28"), the platform default elsewhere. No export
+ * throws, keeps state between calls or starts threads.
+ */
+#ifndef VELOMAR_H
+#define VELOMAR_H
+
+#include <stdint.h>
+
+#if defined(_WIN32) && !defined(__x86_64__) && !defined(_M_X64)
+#  define VL_CALL __stdcall
+#else
+#  define VL_CALL
+#endif
+
+#if defined(VELOMAR_BUILD) && !defined(_WIN32)
+#  define VL_API __attribute__((visibility("default")))
+#else
+   /* On Windows the module-definition file names the exports. */
+#  define VL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Matrix core ------------------------------------------------------- */
+
+/* Result of the Matrix-form calls. The gaps (2, 6, 7) are intended. */
+typedef int32_t Status;
+#define STATUS_OK                0
+#define STATUS_OUT_OF_MEMORY     1
+#define STATUS_NULL_REFERENCE    3
+#define STATUS_INVALID_PARAMETER 4
+#define STATUS_SIZE_MISMATCH     5
+#define STATUS_NOT_SUPPORTED     8
+
+/* Element type codes (Matrix.Depth) and their sizes in bytes. */
+#define DEPTH_8U  0 /* 1 */
+#define DEPTH_8S  1 /* 1 */
+#define DEPTH_16S 2 /* 2 */
+#define DEPTH_32S 3 /* 4 */
+#define DEPTH_32F 4 /* 4 */
+#define DEPTH_64F 5 /* 8 */
+
+/* Border rules: replicate clamps to the edge pixel, reflect mirrors about the
+ * edge pixel without repeating it. Any non-zero value means reflect. */
+#define EDGE_REPLICATE 0
+#define EDGE_REFLECT   1
+
+/* The image record. Rows are WidthStep bytes apart (a multiple of 4 for
+ * records made by VL_CreateMatrix), top row first. Data is pointer-sized: the
+ * record is 28 bytes on 32-bit builds and 40 bytes on 64-bit builds (Data at
+ * offset 24 and Reserved at 32 there). */
+typedef struct Matrix {
+    int32_t Width;
+    int32_t Height;
+    int32_t WidthStep;
+    int32_t Channel;  /* 1 grey; 3 blue, green, red; 4 with alpha */
+    int32_t Depth;    /* DEPTH_* */
+    unsigned char* Data;
+    int32_t Reserved; /* 0 in records made by VL_CreateMatrix; never read */
+} Matrix;
+
+/* Creates a record with an uninitialised pixel block; WidthStep pads each row
+ * to a multiple of 4 bytes. Returns 4 for Width or Height below 1, an unknown
+ * Depth or a Channel outside 1..4 (nothing allocated, *Out untouched), 1 when
+ * the pixels cannot be allocated (the record is released, *Out must not be
+ * used), else 0. Release with VL_FreeMatrix. */
+VL_API Status VL_CALL VL_CreateMatrix(int32_t Width, int32_t Height, int32_t Depth,
+                                      int32_t Channel, Matrix** Out);
+
+/* Releases a record and its pixels; takes the address of the caller's pointer,
+ * which it does not clear. Returns 3 for a null *Ref, 1 for a record without
+ * Data (still released), else 0. */
+VL_API Status VL_CALL VL_FreeMatrix(Matrix** Ref);
+
+/* Makes *Out a new 8-bit record holding Src surrounded by Left/Right columns
+ * and Top/Bottom rows filled by EdgeMode. 3 for a null Src or Data; 4 for a
+ * non-8-bit Src or a negative pad; otherwise VL_CreateMatrix's status. */
+VL_API Status VL_CALL GetPadImage(const Matrix* Src, Matrix** Out, int32_t Left, int32_t Right,
+                                  int32_t Top, int32_t Bottom, int32_t EdgeMode);
+
+/* ---- Point operations -------------------------------------------------- */
+
+/* Complements every byte (alpha and row padding included). Any Channel 1..4;
+ * 8-bit only. Src may be Dest. */
+VL_API Status VL_CALL Invert(const Matrix* Src, Matrix* Dest);
+
+/* Grey = (max + min) / 2 of blue, green, red written to the three colour
+ * bytes; alpha of Dest is left alone. Channel 3 or 4 (else 4), 8-bit (else 8).
+ * On success returns the last grey level written (0..255), not 0: treat only
+ * 3, 4, 5 and 8 as failures. */
+VL_API int32_t VL_CALL Desaturate(const Matrix* Src, Matrix* Dest);
+
+/* Curve 255 * (i / 255) ^ Gamma, truncated. Gamma 0 leaves Dest untouched.
+ * Grey (Stride / Width == 1) maps the whole Height * Stride run, padding
+ * included; otherwise three bytes per pixel. */
+VL_API void VL_CALL GammaCorrection(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                    int32_t Height, int32_t Stride, double Gamma);
+
+/* Matrix form of GammaCorrection; Channel 1 or 3 are mapped, 2 and 4 left
+ * alone. Always returns 0, even for rejected records (Dest is then untouched). */
+VL_API Status VL_CALL GammaCorrection1(const Matrix* Src, Matrix* Dest, double Gamma);
+
+/* Levels: input range [InputLow (0..253), InputHigh (2..255)], midtone Gamma
+ * (0.01..9.99), output range [OutputLow, OutputHigh]; parameters outside those
+ * ranges are clamped into them. */
+VL_API void VL_CALL Level(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                          int32_t Height, int32_t Stride, int32_t InputLow, double Gamma,
+                          int32_t InputHigh, int32_t OutputLow, int32_t OutputHigh);
+
+/* Reduces each channel to the low byte of Levels (2..255) evenly spaced
+ * levels; a low byte of 0 or 1 returns 4. Channel 1 or 3 are mapped; 2 and 4
+ * return 0 with Dest untouched. */
+VL_API Status VL_CALL Posterize(const Matrix* Src, Matrix* Dest, int32_t Levels);
+
+/* 255 where the value (grey) or B + G + R (colour, against 3 * Threshold) is
+ * strictly greater than the threshold, else 0. */
+VL_API void VL_CALL Threshold(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride, int32_t Threshold);
+
+/* Brightness offset and contrast stretch about a mean level taken from the
+ * top row. Contrast 100 is a hard threshold at that mean, negative values
+ * flatten. */
+VL_API void VL_CALL AdjustBrightnessAndContrast(const unsigned char* Src, unsigned char* Dest,
+                                                int32_t Width, int32_t Height, int32_t Stride,
+                                                int32_t Brightness, int32_t Contrast);
+
+/* ---- Histogram auto adjustments, glow, colour transfer ------------------ */
+
+/* Stretches each channel between the levels that clip ClipFraction of the
+ * pixels at each end; AutoGamma non-zero also maps each channel's mean to
+ * mid-grey. */
+VL_API void VL_CALL AutoLevel(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride, double ClipFraction,
+                              unsigned char AutoGamma);
+
+/* One stretch for all three channels from their joint range. Grey input runs
+ * AutoLevel with AutoGamma forced on. */
+VL_API void VL_CALL AutoContrast(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                 int32_t Height, int32_t Stride, double ClipFraction,
+                                 unsigned char AutoGamma);
+
+/* One stretch for all three channels from the luminance histogram. Grey input
+ * runs AutoLevel with AutoGamma forced on. */
+VL_API void VL_CALL AutoColor(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride, double ClipFraction,
+                              unsigned char AutoGamma);
+
+/* Histogram equalisation with one table built from all channels together. */
+VL_API void VL_CALL HistEqualize(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                 int32_t Height, int32_t Stride);
+
+/* Screen-blends a Gaussian-blurred, brightness/contrast-adjusted copy over the
+ * image. Always walks three bytes per pixel (grey buffers are left
+ * untouched). */
+VL_API void VL_CALL SoftGlow(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                             int32_t Height, int32_t Stride, int32_t Sigma, int32_t Brightness,
+                             int32_t Contrast);
+
+/* Solarise: bytes above 127 become 255 - value. Bytes of 127 or less are not
+ * written, so run it in place (Src == Dest) unless Dest already holds Src. */
+VL_API void VL_CALL Exposal(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                            int32_t Height, int32_t Stride);
+
+/* Gives Target the per-channel mean and spread of Reference in a logarithmic
+ * l-alpha-beta colour space. Three bytes per pixel; the two images may differ
+ * in size. Dest may be Target. */
+VL_API void VL_CALL ColorTransfer(const unsigned char* Reference, const unsigned char* Target,
+                                  unsigned char* Dest, int32_t ReferenceWidth,
+                                  int32_t ReferenceHeight, int32_t ReferenceStride,
+                                  int32_t Width, int32_t Height, int32_t Stride);
+
+/* ---- Blurs -------------------------------------------------------------- */
+
+/* Truncated mean of the (2 Radius + 1)^2 box, constant time in Radius.
+ * 1, 3 or 4 bytes per pixel; with 4 the colour is weighted by alpha and a
+ * pixel whose whole box is transparent is not written. Other layouts are not
+ * written. */
+VL_API void VL_CALL BoxBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                            int32_t Height, int32_t Stride, int32_t Radius, int32_t EdgeMode);
+
+/* Recursive Gaussian of standard deviation Sigma, constant time in Sigma;
+ * results are truncated, not rounded. Grey or three bytes per pixel. */
+VL_API void VL_CALL GuassBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride, double Sigma);
+
+/* Percentile filter (Percent 50 is the median, 0 the minimum, 100 the
+ * maximum) over the (2 Radius + 1)^2 box, Radius 1..127 (else Dest is left
+ * untouched); borders replicate. Constant time in Radius. */
+VL_API void VL_CALL MedianBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                               int32_t Height, int32_t Stride, int32_t Radius, int32_t Percent);
+
+/* ---- Edge-preserving smoothing and denoising ---------------------------- */
+
+/* Joint bilateral filter: smooths Src with range weights from Guide (pass Src
+ * for the plain filter). SigmaSpatial is in 1/255 of the shorter side,
+ * SigmaRange in grey levels; Downsample k > 0 runs the levels at 1/2^k size;
+ * UseGaussian 1 selects a Gaussian spatial filter, anything else a box.
+ * Single-channel buffers must have Stride == Width. */
+VL_API void VL_CALL BilateralFilter(const unsigned char* Src, const unsigned char* Guide,
+                                    unsigned char* Dest, int32_t Width, int32_t Height,
+                                    int32_t Stride, int32_t Downsample, double SigmaSpatial,
+                                    double SigmaRange, int32_t UseGaussian);
+
+/* Guided filter of Src following the edges of Guide (may be Src), box of side
+ * 2 Radius + 1, regularisation Epsilon in (intensity / 255)^2. */
+VL_API void VL_CALL GuidedFilter(const unsigned char* Src, const unsigned char* Guide,
+                                 unsigned char* Dest, int32_t Width, int32_t Height,
+                                 int32_t Stride, int32_t Radius, double Epsilon);
+
+/* Lee's local-statistics filter for additive noise; NoiseVariance 0 estimates
+ * it from the image. On grey buffers the local mean is read from Dest as it is
+ * on entry (fill Dest with the local mean first for the textbook result). */
+VL_API void VL_CALL LeeAdditvieNoiseFilter(const unsigned char* Src, unsigned char* Dest,
+                                           int32_t Width, int32_t Height, int32_t Stride,
+                                           int32_t Radius, int32_t NoiseVariance);
+
+/* Adaptive Wiener filter; Noise 0 estimates the noise variance per channel. */
+VL_API void VL_CALL Wiener2(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                            int32_t Height, int32_t Stride, int32_t Radius, int32_t Noise,
+                            int32_t EdgeMode);
+
+/* Moves each pixel against its local-equalisation offset by Amount percent. */
+VL_API void VL_CALL ReduceNoise(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                int32_t Height, int32_t Stride, int32_t Radius, int32_t Amount);
+
+/* ---- Local statistics --------------------------------------------------- */
+
+/* Minimum / maximum / maximum minus minimum over the box clipped to the
+ * image. Only Width pixels per row are written by MinValue and MaxValue;
+ * RangeFilter also writes the row padding. */
+VL_API void VL_CALL MinValue(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                             int32_t Height, int32_t Stride, int32_t Radius);
+VL_API void VL_CALL MaxValue(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                             int32_t Height, int32_t Stride, int32_t Radius);
+VL_API void VL_CALL RangeFilter(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                int32_t Height, int32_t Stride, int32_t Radius);
+
+/* Integer standard deviation of the box (borders by EdgeMode); the row
+ * padding of Dest is set to 0. */
+VL_API void VL_CALL StdFilter(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride, int32_t Radius, int32_t EdgeMode);
+
+/* Local base-2 entropy of the box, stretched per channel to 0..255. */
+VL_API void VL_CALL EntropyFilter(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                  int32_t Height, int32_t Stride, int32_t Radius,
+                                  int32_t EdgeMode);
+
+/* Average of Count copies displaced by Distance pixels in directions spread
+ * around a circle, rotated by Angle degrees; borders mirror. 1, 3 or 4 bytes
+ * per pixel (4: alpha-weighted, fully transparent samples leave Dest alone). */
+VL_API void VL_CALL Fragment(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                             int32_t Height, int32_t Stride, int32_t Count, int32_t Distance,
+                             double Angle);
+
+/* ---- Sharpening and edges ----------------------------------------------- */
+
+/* Adds Amount percent of (source - Gaussian blur) where its magnitude is at
+ * least Threshold. Grey or three bytes per pixel; other layouts are left
+ * untouched. */
+VL_API void VL_CALL UnsharpMask(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                int32_t Height, int32_t Stride, double Sigma, int32_t Amount,
+                                int32_t Threshold);
+
+/* Source minus its Gaussian blur, offset to 128. Running it in place makes
+ * every treated byte 128 (the blur overwrites the source first). */
+VL_API void VL_CALL HighPass(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                             int32_t Height, int32_t Stride, double Sigma);
+
+/* Pushes each pixel away from a rank statistic of its neighbourhood. */
+VL_API void VL_CALL SharpenByHistgram(const unsigned char* Src, unsigned char* Dest,
+                                      int32_t Width, int32_t Height, int32_t Stride,
+                                      int32_t Radius);
+
+/* Dark edges on white: 255 minus the capped Sobel magnitude per channel.
+ * 1, 3 or 4 bytes per pixel (the fourth byte is not written). */
+VL_API void VL_CALL FindEdges(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VELOMAR_H */

@@ -1,0 +1,37 @@
+// Blurs: the internal building blocks other subsystems call, and the internal
+// forms of the exports.
+#pragma once
+
+#include "core/core.h"
+
+namespace velomar {
+
+// Box mean over a single-channel plane of doubles; Stride counts doubles.
+// Running sums are never re-summed within a call (their rounding drift is part
+// of the result); each output is the box sum times 1.0 / Area. Src may equal
+// Dest.
+void BoxBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Height,
+                   int32_t Stride, int32_t Radius, int32_t EdgeMode);
+
+// Recursive Gaussian over a single-channel plane of doubles, no rounding;
+// Stride counts doubles. Src may equal Dest.
+void GaussBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Height,
+                     int32_t Stride, double Sigma);
+
+// Copies bytes 0, 1, 2 of each three-byte pixel into three unpadded planes of
+// Width * Height bytes, and back. Bytes of a row beyond 3 * Width are neither
+// read nor written.
+void SplitPlanes(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride,
+                 uint8_t* Plane0, uint8_t* Plane1, uint8_t* Plane2);
+void MergePlanes(const uint8_t* Plane0, const uint8_t* Plane1, const uint8_t* Plane2,
+                 int32_t Width, int32_t Height, int32_t Stride, uint8_t* Dest);
+
+// Internal forms of the exports (same arguments, same results).
+void BoxBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+             int32_t Radius, int32_t EdgeMode);
+void GuassBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+               int32_t Stride, double Sigma);
+void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                int32_t Stride, int32_t Radius, int32_t Percent);
+
+}  // namespace velomar

@@ -1,0 +1,93 @@
+// Test helpers: random images with marked row padding, and comparisons that
+// name the first differing byte.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace vtest {
+
+// A raw image: Height rows of Stride bytes, the bytes beyond Width * Channels
+// of every row filled with a marker so tests can check they stay untouched.
+struct Image {
+    int width = 0, height = 0, channels = 1, stride = 0;
+    std::vector<uint8_t> bytes;
+
+    Image() = default;
+    Image(int w, int h, int c, int padding = 0, uint8_t fill = 0)
+        : width(w), height(h), channels(c), stride(w * c + padding),
+          bytes(size_t(h) * size_t(w * c + padding), fill) {}
+
+    uint8_t* data() { return bytes.data(); }
+    const uint8_t* data() const { return bytes.data(); }
+    uint8_t& at(int x, int y, int c = 0) { return bytes[size_t(y) * stride + size_t(x) * channels + c]; }
+    uint8_t at(int x, int y, int c = 0) const {
+        return bytes[size_t(y) * stride + size_t(x) * channels + c];
+    }
+};
+
+inline std::mt19937& Rng() {
+    static std::mt19937 rng(12345);
+    return rng;
+}
+
+inline int RandomInt(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(Rng()); }
+
+// Random pixels; padding bytes get `pad_marker`.
+inline Image RandomImage(int w, int h, int c, int padding = 0, uint8_t pad_marker = 0xA5) {
+    Image img(w, h, c, padding);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < img.stride; ++x)
+            img.bytes[size_t(y) * img.stride + x] =
+                x < w * c ? uint8_t(RandomInt(0, 255)) : pad_marker;
+    return img;
+}
+
+// Random pixels with smooth structure plus noise (closer to photographs than
+// white noise, so that extreme values do not dominate every neighbourhood).
+inline Image RandomSmoothImage(int w, int h, int c, int padding = 0, uint8_t pad_marker = 0xA5) {
+    Image img = RandomImage(w, h, c, padding, pad_marker);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int k = 0; k < c; ++k) {
+                int base = (x * 7 + y * 3 + k * 50) % 256;
+                int noise = RandomInt(-20, 20);
+                int v = base + noise;
+                img.at(x, y, k) = uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v));
+            }
+    return img;
+}
+
+// First index where two byte vectors differ, or -1.
+inline long FirstDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+    if (a.size() != b.size()) return 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (a[i] != b[i]) return long(i);
+    return -1;
+}
+
+inline ::testing::AssertionResult BytesEqual(const std::vector<uint8_t>& expected,
+                                             const std::vector<uint8_t>& actual) {
+    long i = FirstDifference(expected, actual);
+    if (i < 0) return ::testing::AssertionSuccess();
+    if (expected.size() != actual.size())
+        return ::testing::AssertionFailure() << "sizes differ: " << expected.size() << " vs " << actual.size();
+    return ::testing::AssertionFailure() << "first difference at byte " << i << ": expected "
+                                         << int(expected[size_t(i)]) << ", got " << int(actual[size_t(i)]);
+}
+
+// Checks that every padding byte of `img` (beyond Width * Channels in each row)
+// still equals `marker`.
+inline ::testing::AssertionResult PaddingIntact(const Image& img, uint8_t marker) {
+    for (int y = 0; y < img.height; ++y)
+        for (int x = img.width * img.channels; x < img.stride; ++x)
+            if (img.bytes[size_t(y) * img.stride + x] != marker)
+                return ::testing::AssertionFailure() << "padding byte changed at row " << y << ", offset " << x;
+    return ::testing::AssertionSuccess();
+}
+
+}  // namespace vtest

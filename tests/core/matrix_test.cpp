@@ -1,0 +1,102 @@
+// Matrix records: creation, release, the shared preamble's status order.
+#include <gtest/gtest.h>
+
+#include "common/test_util.h"
+#include "core/core.h"
+
+namespace {
+
+TEST(CreateMatrix, RowLengthPadsToFourBytes) {
+    struct Case { int w, h, depth, channel, step; } cases[] = {
+        {1, 1, DEPTH_8U, 1, 4}, {3, 1, DEPTH_8U, 3, 12}, {1, 1, DEPTH_64F, 3, 24},
+        {5, 2, DEPTH_16S, 1, 12}, {7, 3, DEPTH_8U, 3, 24}, {2, 2, DEPTH_32F, 4, 32},
+    };
+    for (const auto& c : cases) {
+        Matrix* m = nullptr;
+        ASSERT_EQ(VL_CreateMatrix(c.w, c.h, c.depth, c.channel, &m), STATUS_OK);
+        ASSERT_NE(m, nullptr);
+        EXPECT_EQ(m->WidthStep, c.step) << c.w << "x" << c.h << " depth " << c.depth;
+        EXPECT_EQ(m->Width, c.w);
+        EXPECT_EQ(m->Height, c.h);
+        EXPECT_EQ(m->Depth, c.depth);
+        EXPECT_EQ(m->Channel, c.channel);
+        EXPECT_EQ(m->Reserved, 0);
+        ASSERT_NE(m->Data, nullptr);
+        m->Data[size_t(m->WidthStep) * c.h - 1] = 7;  // the whole block is ours
+        EXPECT_EQ(VL_FreeMatrix(&m), STATUS_OK);
+    }
+}
+
+TEST(CreateMatrix, BadArgumentsLeaveOutUntouched) {
+    Matrix sentinel{};
+    Matrix* const marker = &sentinel;
+    struct Case { int w, h, depth, channel; } cases[] = {
+        {0, 1, DEPTH_8U, 1}, {1, -1, DEPTH_8U, 1}, {1, 1, 6, 1},
+        {1, 1, -1, 1},       {1, 1, DEPTH_8U, 0},  {1, 1, DEPTH_8U, 5},
+    };
+    for (const auto& c : cases) {
+        Matrix* m = marker;
+        EXPECT_EQ(VL_CreateMatrix(c.w, c.h, c.depth, c.channel, &m), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(m, marker);
+    }
+    // The width check comes before the depth and channel checks.
+    Matrix* m = marker;
+    EXPECT_EQ(VL_CreateMatrix(0, 1, 9, 9, &m), STATUS_INVALID_PARAMETER);
+}
+
+TEST(CreateMatrix, FailedPixelAllocationReportsOutOfMemory) {
+    Matrix* m = nullptr;
+    // Far more than any machine gives: 100000 x 100000 pixels of 4 doubles.
+    EXPECT_EQ(VL_CreateMatrix(100000, 100000, DEPTH_64F, 4, &m), STATUS_OUT_OF_MEMORY);
+    EXPECT_NE(m, nullptr);  // the released record's address, not to be used
+    // A row length beyond 32 bits fails the same way instead of wrapping.
+    m = nullptr;
+    EXPECT_EQ(VL_CreateMatrix(1 << 28, 1, DEPTH_64F, 1, &m), STATUS_OUT_OF_MEMORY);
+}
+
+TEST(FreeMatrix, ReportsMissingRecordAndMissingData) {
+    Matrix* none = nullptr;
+    EXPECT_EQ(VL_FreeMatrix(&none), STATUS_NULL_REFERENCE);
+    EXPECT_EQ(VL_FreeMatrix(nullptr), STATUS_NULL_REFERENCE);
+
+    Matrix* m = nullptr;
+    ASSERT_EQ(VL_CreateMatrix(4, 4, DEPTH_8U, 1, &m), STATUS_OK);
+    std::free(m->Data);
+    m->Data = nullptr;
+    Matrix* kept = m;
+    EXPECT_EQ(VL_FreeMatrix(&m), STATUS_OUT_OF_MEMORY);  // released, reported as 1
+    EXPECT_EQ(m, kept);                                  // the caller's pointer is not cleared
+}
+
+// The preamble, through Invert: nulls, then shape in field order, then depth.
+TEST(MatrixPreamble, ReportsTheFirstFailingCheck) {
+    uint8_t a[64] = {}, b[64] = {};
+    Matrix src{4, 4, 4, 1, DEPTH_8U, a, 0};
+    Matrix dst = src;
+    dst.Data = b;
+
+    EXPECT_EQ(Invert(nullptr, &dst), STATUS_NULL_REFERENCE);
+    EXPECT_EQ(Invert(&src, nullptr), STATUS_NULL_REFERENCE);
+    Matrix noData = dst;
+    noData.Data = nullptr;
+    noData.Width = 9;  // a null Data wins over a shape difference
+    EXPECT_EQ(Invert(&src, &noData), STATUS_NULL_REFERENCE);
+
+    Matrix other = dst;
+    other.WidthStep = 8;
+    EXPECT_EQ(Invert(&src, &other), STATUS_SIZE_MISMATCH);
+    other = dst;
+    other.Channel = 3;
+    EXPECT_EQ(Invert(&src, &other), STATUS_SIZE_MISMATCH);
+
+    Matrix s16 = src, d16 = dst;
+    s16.Depth = d16.Depth = DEPTH_16S;
+    EXPECT_EQ(Invert(&s16, &d16), STATUS_NOT_SUPPORTED);
+    // A parameter error is reported before an unsupported depth.
+    s16.Channel = d16.Channel = 1;
+    EXPECT_EQ(Desaturate(&s16, &d16), STATUS_INVALID_PARAMETER);
+
+    for (uint8_t v : b) EXPECT_EQ(v, 0);  // nothing written on any rejection
+}
+
+}  // namespace
