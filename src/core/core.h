@@ -78,7 +78,7 @@ public:
         if (count == 0) count = 1;
         if (count > (SIZE_MAX - 64) / sizeof(T)) throw std::bad_alloc();
         size_t bytes = (count * sizeof(T) + 31) & ~size_t(31);
-        data_ = static_cast<T*>(std::aligned_alloc(32, bytes));
+        data_ = static_cast<T*>(::operator new(bytes, std::align_val_t(32), std::nothrow));
         if (!data_) throw std::bad_alloc();
         size_ = count;
         if (zeroed) std::memset(static_cast<void*>(data_), 0, bytes);
@@ -91,7 +91,7 @@ public:
 
 private:
     void Release() {
-        std::free(data_);
+        if (data_) ::operator delete(static_cast<void*>(data_), std::align_val_t(32));
         data_ = nullptr;
         size_ = 0;
     }
