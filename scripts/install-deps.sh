@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs what a fresh Debian machine lacks for the given jobs, from Debian's
+# packages. Usage: install-deps.sh [build] [windows] [wine] [bench]
+set -euo pipefail
+
+declare -A groups=(
+  [build]="cmake ninja-build g++ pkg-config libgtest-dev libbenchmark-dev libstb-dev"
+  [windows]="g++-mingw-w64-i686 g++-mingw-w64-x86-64 googletest"
+  [wine]="wine64"
+  [bench]="libopencv-dev"
+)
+
+want=()
+for job in "${@:-build}"; do want+=(${groups[$job]}); done
+
+missing=()
+for pkg in "${want[@]}"; do
+  dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" || missing+=("$pkg")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "installing: ${missing[*]}"
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" > /dev/null
