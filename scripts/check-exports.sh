@@ -6,8 +6,7 @@ set -euo pipefail
 dll=${1:?usage: check-exports.sh path/to/velomar.dll}
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-declared=$(grep -oE 'VL_CALL[[:space:]]+[A-Za-z_][A-Za-z0-9_]*[[:space:]]*\(' "$root/include/velomar.h" |
-           sed -E 's/VL_CALL[[:space:]]+//; s/[[:space:]]*\($//' | sort)
+declared=$(bash "$root/scripts/declared-exports.sh")
 exported=$(i686-w64-mingw32-objdump -p "$dll" |
            sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | grep -oE '\] [^ ]+$' | sed 's/^\] //' | sort)
 listed=$(sed -n '/^EXPORTS/,$p' "$root/src/velomar.def" | grep -vE '^(EXPORTS|[[:space:]]*;|[[:space:]]*$)' |
