@@ -1,0 +1,301 @@
+// Recursive Gaussian: a third-order filter run forwards then backwards along
+// every row, then along every column; the cost per sample does not depend on
+// Sigma.
+#include <cmath>
+
+#include "blur/blur.h"
+
+namespace velomar {
+
+namespace {
+
+struct GaussCoefficients {
+    double B, c1, c2, c3;
+};
+
+GaussCoefficients MakeCoefficients(double Sigma) {
+    double q;
+    if (Sigma >= 2.5) {
+        q = 0.98711 * Sigma - 0.9633;
+    } else if (Sigma >= 0.5) {
+        q = 3.97156 - 4.14554 * std::sqrt(1 - 0.26891 * Sigma);
+    } else {
+        // Smaller values and NaN: the square-root form at 0.5, as a float.
+        q = 0.11477050185203552;
+    }
+    const double q2 = q * q, q3 = q2 * q;
+    const double b0 = 1.57825 + 2.44413 * q + 1.4281 * q2 + 0.422205 * q3;
+    const double b1 = 2.44413 * q + 2.85619 * q2 + 1.26661 * q3;
+    const double b2 = -1.4281 * q2 - 1.26661 * q3;
+    const double b3 = 0.422205 * q3;
+    GaussCoefficients g;
+    g.B = 1 - (b1 + b2 + b3) / b0;
+    g.c1 = b1 / b0;
+    g.c2 = b2 / b0;
+    g.c3 = b3 / b0;
+    return g;
+}
+
+// Filters one line of n samples, `step` elements apart, forwards into w and
+// backwards into y (both n + 6 long); Load(i) gives sample i as a double and
+// Store(i, v) writes output i.
+template <class Load, class Store>
+void FilterLine(const GaussCoefficients& g, int32_t n, double* w, double* y, Load load, Store store) {
+    const double x0 = load(0);
+    w[0] = w[1] = w[2] = x0;
+    for (int32_t i = 3; i < n + 3; ++i)
+        w[i] = g.B * load(i - 3) + g.c1 * w[i - 1] + g.c2 * w[i - 2] + g.c3 * w[i - 3];
+    const double xl = load(n - 1);
+    for (int32_t i = n + 3; i < n + 6; ++i)
+        w[i] = g.B * xl + g.c1 * w[i - 1] + g.c2 * w[i - 2] + g.c3 * w[i - 3];
+    y[n + 3] = w[n + 3];
+    y[n + 4] = w[n + 4];
+    y[n + 5] = w[n + 5];
+    for (int32_t i = n + 2; i >= 3; --i) {
+        y[i] = g.B * w[i] + g.c1 * y[i + 1] + g.c2 * y[i + 2] + g.c3 * y[i + 3];
+    }
+    for (int32_t i = 0; i < n; ++i) store(i, y[i + 3]);
+}
+
+inline uint8_t LowByte(double v) { return static_cast<uint8_t>(TruncToInt(v)); }
+
+// ---- sixteen lines at once -------------------------------------------------------
+//
+// Sixteen independent lines are filtered together, two per vector of doubles;
+// each lane follows the line recursion above step for step (the same products
+// and additions in the same order), so the results are the same. The forward
+// buffer holds 16 doubles per position; the backward results overwrite it
+// position by position (a forward value is read for the last time just before
+// the backward value of its position is written).
+
+constexpr int kLanes = 16;
+constexpr int kVectors = kLanes / 2;
+
+// Sixteen bytes at p as eight vectors of two doubles.
+inline void BytesToDoubles(const uint8_t* p, __m128d x[kVectors]) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
+    const __m128i q[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
+                          _mm_unpacklo_epi16(hi, zero), _mm_unpackhi_epi16(hi, zero)};
+    for (int j = 0; j < 4; ++j) {
+        x[2 * j] = _mm_cvtepi32_pd(q[j]);
+        x[2 * j + 1] = _mm_cvtepi32_pd(_mm_shuffle_epi32(q[j], _MM_SHUFFLE(3, 2, 3, 2)));
+    }
+}
+
+// Truncates sixteen doubles toward zero and stores the low bytes at p.
+inline void DoublesToBytes(const __m128d y[kVectors], uint8_t* p) {
+    const __m128i mask = _mm_set1_epi32(0xFF);
+    __m128i q[4];
+    for (int j = 0; j < 4; ++j)
+        q[j] = _mm_and_si128(_mm_unpacklo_epi64(_mm_cvttpd_epi32(y[2 * j]), _mm_cvttpd_epi32(y[2 * j + 1])), mask);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
+                     _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], q[3])));
+}
+
+// Lines of bytes: sample i of lane l at in + i * step + l.
+struct ByteLanes {
+    const uint8_t* in;
+    uint8_t* out;
+    ptrdiff_t step;
+    void Load(int32_t i, __m128d x[kVectors]) const { BytesToDoubles(in + i * step, x); }
+    void Store(int32_t i, const __m128d y[kVectors]) const { DoublesToBytes(y, out + i * step); }
+};
+
+// Lines of doubles running down sixteen adjacent columns.
+struct DoubleColumns {
+    const double* in;
+    double* out;
+    ptrdiff_t step;
+    void Load(int32_t i, __m128d x[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) x[j] = _mm_loadu_pd(in + i * step + 2 * j);
+    }
+    void Store(int32_t i, const __m128d y[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) _mm_storeu_pd(out + i * step + 2 * j, y[j]);
+    }
+};
+
+// Lines of doubles along sixteen rows.
+struct DoubleRows {
+    const double* in[kLanes];
+    double* out[kLanes];
+    void Load(int32_t i, __m128d x[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) x[j] = _mm_loadh_pd(_mm_load_sd(in[2 * j] + i), in[2 * j + 1] + i);
+    }
+    void Store(int32_t i, const __m128d y[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) {
+            _mm_store_sd(out[2 * j] + i, y[j]);
+            _mm_storeh_pd(out[2 * j + 1] + i, y[j]);
+        }
+    }
+};
+
+// w: (n + 6) * 16 doubles.
+template <class Lanes>
+void FilterLanes(const GaussCoefficients& g, int32_t n, double* w, const Lanes& lanes) {
+    const __m128d B = _mm_set1_pd(g.B), c1 = _mm_set1_pd(g.c1), c2 = _mm_set1_pd(g.c2), c3 = _mm_set1_pd(g.c3);
+    __m128d x[kVectors], prev[kVectors];
+    lanes.Load(0, x);
+    for (int j = 0; j < kVectors; ++j) {
+        _mm_store_pd(w + 2 * j, x[j]);
+        _mm_store_pd(w + kLanes + 2 * j, x[j]);
+        _mm_store_pd(w + 2 * kLanes + 2 * j, x[j]);
+        prev[j] = x[j];
+    }
+    for (int32_t i = 3; i < n + 6; ++i) {
+        if (i < n + 3) lanes.Load(i - 3, x);  // then the last sample three more times
+        double* wi = w + size_t(i) * kLanes;
+        for (int j = 0; j < kVectors; ++j) {
+            __m128d v = _mm_mul_pd(B, x[j]);
+            v = _mm_add_pd(v, _mm_mul_pd(c1, prev[j]));
+            v = _mm_add_pd(v, _mm_mul_pd(c2, _mm_load_pd(wi - 2 * kLanes + 2 * j)));
+            v = _mm_add_pd(v, _mm_mul_pd(c3, _mm_load_pd(wi - 3 * kLanes + 2 * j)));
+            _mm_store_pd(wi + 2 * j, v);
+            prev[j] = v;
+        }
+    }
+    // Backward: positions n + 3 .. n + 5 keep their forward values.
+    for (int j = 0; j < kVectors; ++j) prev[j] = _mm_load_pd(w + size_t(n + 3) * kLanes + 2 * j);
+    for (int32_t i = n + 2; i >= 3; --i) {
+        double* wi = w + size_t(i) * kLanes;
+        for (int j = 0; j < kVectors; ++j) {
+            __m128d v = _mm_mul_pd(B, _mm_load_pd(wi + 2 * j));
+            v = _mm_add_pd(v, _mm_mul_pd(c1, prev[j]));
+            v = _mm_add_pd(v, _mm_mul_pd(c2, _mm_load_pd(wi + 2 * kLanes + 2 * j)));
+            v = _mm_add_pd(v, _mm_mul_pd(c3, _mm_load_pd(wi + 3 * kLanes + 2 * j)));
+            _mm_store_pd(wi + 2 * j, v);
+            prev[j] = v;
+        }
+        lanes.Store(i - 3, prev);
+    }
+}
+
+// 16 x 16 byte transpose.
+void Transpose16(const __m128i in[16], __m128i out[16]) {
+    __m128i a[16], b[16], c[16];
+    for (int k = 0; k < 8; ++k) {
+        a[k] = _mm_unpacklo_epi8(in[2 * k], in[2 * k + 1]);      // row pair k, columns 0-7
+        a[k + 8] = _mm_unpackhi_epi8(in[2 * k], in[2 * k + 1]);  // columns 8-15
+    }
+    for (int k = 0; k < 4; ++k) {  // row quad k, column group g at b[k + 4 g]
+        b[k] = _mm_unpacklo_epi16(a[2 * k], a[2 * k + 1]);
+        b[k + 4] = _mm_unpackhi_epi16(a[2 * k], a[2 * k + 1]);
+        b[k + 8] = _mm_unpacklo_epi16(a[2 * k + 8], a[2 * k + 9]);
+        b[k + 12] = _mm_unpackhi_epi16(a[2 * k + 8], a[2 * k + 9]);
+    }
+    for (int g = 0; g < 4; ++g)
+        for (int h = 0; h < 2; ++h) {  // row octet h, columns 4g, 4g+1 then 4g+2, 4g+3
+            c[4 * g + 2 * h] = _mm_unpacklo_epi32(b[4 * g + 2 * h], b[4 * g + 2 * h + 1]);
+            c[4 * g + 2 * h + 1] = _mm_unpackhi_epi32(b[4 * g + 2 * h], b[4 * g + 2 * h + 1]);
+        }
+    for (int g = 0; g < 4; ++g)
+        for (int q = 0; q < 2; ++q) {
+            out[4 * g + 2 * q] = _mm_unpacklo_epi64(c[4 * g + q], c[4 * g + 2 + q]);
+            out[4 * g + 2 * q + 1] = _mm_unpackhi_epi64(c[4 * g + q], c[4 * g + 2 + q]);
+        }
+}
+
+// Bytes 0 .. n-1 of sixteen rows into t (n rows of 16 bytes), and back.
+void RowsToLanes(const uint8_t* const rows[16], int32_t n, uint8_t* t) {
+    int32_t j = 0;
+    for (; j + 16 <= n; j += 16) {
+        __m128i in[16], out[16];
+        for (int r = 0; r < 16; ++r) in[r] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[r] + j));
+        Transpose16(in, out);
+        for (int k = 0; k < 16; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(t + size_t(j + k) * 16), out[k]);
+    }
+    for (; j < n; ++j)
+        for (int r = 0; r < 16; ++r) t[size_t(j) * 16 + r] = rows[r][j];
+}
+
+void LanesToRows(const uint8_t* t, int32_t n, uint8_t* const rows[16]) {
+    int32_t j = 0;
+    for (; j + 16 <= n; j += 16) {
+        __m128i in[16], out[16];
+        for (int k = 0; k < 16; ++k) in[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + size_t(j + k) * 16));
+        Transpose16(in, out);
+        for (int r = 0; r < 16; ++r) _mm_storeu_si128(reinterpret_cast<__m128i*>(rows[r] + j), out[r]);
+    }
+    for (; j < n; ++j)
+        for (int r = 0; r < 16; ++r) rows[r][j] = t[size_t(j) * 16 + r];
+}
+
+}  // namespace
+
+void GuassBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+               double Sigma) {
+    if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
+    const int32_t C = BytesPerPixel(Width, Stride) == 1 ? 1 : 3;
+    // Two bytes per pixel would walk past the row: nothing is written.
+    if (C == 3 && !ThreeBytesFit(Width, Stride)) return;
+    const GaussCoefficients g = MakeCoefficients(Sigma);
+    const int32_t n = Width * C;
+    {
+        // Rows, sixteen at a time through a transposed copy (rows past the
+        // last are read as zeros and written to a scratch row).
+        Buffer<double> w((size_t(Width) + 6) * kLanes);
+        Buffer<uint8_t> t(size_t(n) * kLanes);
+        Buffer<uint8_t> spare(size_t(n), true), sink{size_t(n)};
+        for (int32_t r0 = 0; r0 < Height; r0 += kLanes) {
+            const uint8_t* in[kLanes];
+            uint8_t* out[kLanes];
+            for (int k = 0; k < kLanes; ++k) {
+                const bool real = r0 + k < Height;
+                in[k] = real ? Src + size_t(r0 + k) * Stride : spare.data();
+                out[k] = real ? Dest + size_t(r0 + k) * Stride : sink.data();
+            }
+            RowsToLanes(in, n, t.data());
+            for (int32_t c = 0; c < C; ++c)
+                FilterLanes(g, Width, w.data(), ByteLanes{t.data() + c * kLanes, t.data() + c * kLanes, C * kLanes});
+            LanesToRows(t.data(), n, out);
+        }
+    }
+    // Columns, sixteen bytes of each row at a time, read back from Dest.
+    Buffer<double> w((size_t(Height) + 6) * kLanes);
+    int32_t x = 0;
+    for (; x + kLanes <= n; x += kLanes) FilterLanes(g, Height, w.data(), ByteLanes{Dest + x, Dest + x, Stride});
+    Buffer<double> y(size_t(Height) + 6);
+    for (; x < n; ++x) {
+        uint8_t* d = Dest + x;
+        FilterLine(
+            g, Height, w.data(), y.data(), [&](int32_t i) { return double(d[size_t(i) * Stride]); },
+            [&](int32_t i, double v) { d[size_t(i) * Stride] = LowByte(v); });
+    }
+}
+
+void GaussBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Height,
+                     int32_t Stride, double Sigma) {
+    if (!Src || !Dest || Width <= 0 || Height <= 0 || Stride < Width) return;
+    const GaussCoefficients g = MakeCoefficients(Sigma);
+    {
+        Buffer<double> w((size_t(Width) + 6) * kLanes);
+        Buffer<double> spare(size_t(Width), true), sink{size_t(Width)};
+        for (int32_t r0 = 0; r0 < Height; r0 += kLanes) {
+            DoubleRows rows;
+            for (int k = 0; k < kLanes; ++k) {
+                const bool real = r0 + k < Height;
+                rows.in[k] = real ? Src + size_t(r0 + k) * Stride : spare.data();
+                rows.out[k] = real ? Dest + size_t(r0 + k) * Stride : sink.data();
+            }
+            FilterLanes(g, Width, w.data(), rows);
+        }
+    }
+    Buffer<double> w((size_t(Height) + 6) * kLanes);
+    int32_t x = 0;
+    for (; x + kLanes <= Width; x += kLanes) FilterLanes(g, Height, w.data(), DoubleColumns{Dest + x, Dest + x, Stride});
+    Buffer<double> y(size_t(Height) + 6);
+    for (; x < Width; ++x) {
+        double* d = Dest + x;
+        FilterLine(
+            g, Height, w.data(), y.data(), [&](int32_t i) { return d[size_t(i) * Stride]; },
+            [&](int32_t i, double v) { d[size_t(i) * Stride] = v; });
+    }
+}
+
+}  // namespace velomar
+
+VL_API void VL_CALL GuassBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                              int32_t Height, int32_t Stride, double Sigma) {
+    velomar::Guarded([&] { velomar::GuassBlur(Src, Dest, Width, Height, Stride, Sigma); });
+}

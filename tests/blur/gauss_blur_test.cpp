@@ -1,0 +1,144 @@
+// Recursive Gaussian against the line recursion written out directly.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "blur/blur.h"
+#include "common/test_util.h"
+
+namespace {
+
+using vtest::RandomInt;
+
+struct Coeffs {
+    double B, c1, c2, c3;
+};
+
+Coeffs Make(double sigma) {
+    double q = 0.11477050185203552;
+    if (sigma >= 2.5)
+        q = 0.98711 * sigma - 0.9633;
+    else if (sigma >= 0.5)
+        q = 3.97156 - 4.14554 * std::sqrt(1 - 0.26891 * sigma);
+    const double q2 = q * q, q3 = q * q * q;
+    const double b0 = 1.57825 + 2.44413 * q + 1.4281 * q2 + 0.422205 * q3;
+    const double b1 = 2.44413 * q + 2.85619 * q2 + 1.26661 * q3;
+    const double b2 = -1.4281 * q2 - 1.26661 * q3;
+    const double b3 = 0.422205 * q3;
+    return {1 - (b1 + b2 + b3) / b0, b1 / b0, b2 / b0, b3 / b0};
+}
+
+// One line forwards then backwards; returns the n outputs.
+std::vector<double> Line(const Coeffs& k, const std::vector<double>& x) {
+    const int n = int(x.size());
+    std::vector<double> w(n + 6), y(n + 6);
+    w[0] = w[1] = w[2] = x[0];
+    for (int i = 3; i < n + 6; ++i)
+        w[i] = k.B * x[std::min(i - 3, n - 1)] + k.c1 * w[i - 1] + k.c2 * w[i - 2] + k.c3 * w[i - 3];
+    for (int i = n + 3; i < n + 6; ++i) y[i] = w[i];
+    for (int i = n + 2; i >= 3; --i)
+        y[i] = k.B * w[i] + k.c1 * y[i + 1] + k.c2 * y[i + 2] + k.c3 * y[i + 3];
+    return std::vector<double>(y.begin() + 3, y.begin() + 3 + n);
+}
+
+// x86 truncating conversion (0x80000000 for NaN and out of range), low byte kept.
+uint8_t LowByte(double v) {
+    if (!(v > -2147483649.0 && v < 2147483648.0)) return 0;
+    return uint8_t(int64_t(v));
+}
+
+// Rows then columns over `c` interleaved channels; bytes beyond c * w untouched.
+std::vector<uint8_t> Direct(std::vector<uint8_t> img, int w, int h, int stride, int c, double sigma) {
+    const Coeffs k = Make(sigma);
+    for (int y = 0; y < h; ++y)
+        for (int ch = 0; ch < c; ++ch) {
+            std::vector<double> line(w);
+            for (int x = 0; x < w; ++x) line[x] = img[size_t(y) * stride + x * c + ch];
+            line = Line(k, line);
+            for (int x = 0; x < w; ++x) img[size_t(y) * stride + x * c + ch] = LowByte(line[x]);
+        }
+    for (int col = 0; col < w * c; ++col) {
+        std::vector<double> line(h);
+        for (int y = 0; y < h; ++y) line[y] = img[size_t(y) * stride + col];
+        line = Line(k, line);
+        for (int y = 0; y < h; ++y) img[size_t(y) * stride + col] = LowByte(line[y]);
+    }
+    return img;
+}
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+TEST(GuassBlur, MatchesDirectRecursion) {
+    const double sigmas[] = {-1.0, 0.0, 0.3, 0.5, 1.0, 2.4999999, 2.5, 4.0, 17.0, 60.0, kNaN};
+    for (int iter = 0; iter < 200; ++iter) {
+        const int c = RandomInt(0, 1) ? 3 : 1;
+        const int w = RandomInt(1, 45), h = RandomInt(1, 45);
+        const int padding = RandomInt(0, 1) ? RandomInt(0, w - 1) : 0;
+        const double sigma = sigmas[iter % 11];
+        vtest::Image src = iter % 3 ? vtest::RandomImage(w, h, c, padding) : vtest::RandomSmoothImage(w, h, c, padding);
+        vtest::Image dst = vtest::RandomImage(w, h, c, padding);
+        const std::vector<uint8_t> before = src.bytes;
+        // The first pass writes Dest from Src, so Dest's padding survives.
+        std::vector<uint8_t> start = dst.bytes;
+        for (int y = 0; y < h; ++y)
+            std::copy_n(&src.bytes[size_t(y) * src.stride], w * c, &start[size_t(y) * src.stride]);
+        const std::vector<uint8_t> expected = Direct(start, w, h, src.stride, c, sigma);
+        GuassBlur(src.data(), dst.data(), w, h, src.stride, sigma);
+        ASSERT_TRUE(vtest::BytesEqual(expected, dst.bytes)) << w << "x" << h << "x" << c << " sigma " << sigma;
+        ASSERT_EQ(before, src.bytes);
+        GuassBlur(src.data(), src.data(), w, h, src.stride, sigma);
+        ASSERT_TRUE(vtest::BytesEqual(expected, src.bytes)) << "in place";
+    }
+}
+
+TEST(GuassBlur, OtherLayouts) {
+    // Four bytes per pixel walk three at a time over the first 3 * Width bytes.
+    vtest::Image four = vtest::RandomImage(13, 11, 4, 2);
+    // 13 pixels of 3 bytes over each row's first 39 bytes; the rest is kept.
+    const std::vector<uint8_t> expected = Direct(four.bytes, 13, 11, four.stride, 3, 3.0);
+    GuassBlur(four.data(), four.data(), 13, 11, four.stride, 3.0);
+    EXPECT_TRUE(vtest::BytesEqual(expected, four.bytes));
+    // Two bytes per pixel would leave the row: nothing is written.
+    vtest::Image two = vtest::RandomImage(8, 5, 2, 1);
+    vtest::Image out = vtest::RandomImage(8, 5, 2, 1);
+    const std::vector<uint8_t> before = out.bytes;
+    GuassBlur(two.data(), out.data(), 8, 5, two.stride, 2.0);
+    EXPECT_EQ(before, out.bytes);
+    // Null buffers and empty images are answered by returning.
+    GuassBlur(nullptr, out.data(), 8, 5, two.stride, 2.0);
+    GuassBlur(two.data(), out.data(), 0, 5, two.stride, 2.0);
+    GuassBlur(two.data(), out.data(), 8, -1, two.stride, 2.0);
+    EXPECT_EQ(before, out.bytes);
+}
+
+TEST(GaussBlurDouble, MatchesDirectRecursionBitForBit) {
+    for (int iter = 0; iter < 60; ++iter) {
+        const int w = RandomInt(1, 40), h = RandomInt(1, 40), stride = w + RandomInt(0, 3);
+        const double sigma = std::vector<double>{0.1, 0.8, 2.5, 9.0, 33.0}[iter % 5];
+        std::vector<double> src(size_t(h) * stride, -3.0);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) src[size_t(y) * stride + x] = RandomInt(-100000, 100000) / 317.0;
+        std::vector<double> expected = src;
+        const Coeffs k = Make(sigma);
+        for (int y = 0; y < h; ++y) {
+            std::vector<double> line(&expected[size_t(y) * stride], &expected[size_t(y) * stride] + w);
+            line = Line(k, line);
+            std::copy(line.begin(), line.end(), &expected[size_t(y) * stride]);
+        }
+        for (int x = 0; x < w; ++x) {
+            std::vector<double> line(h);
+            for (int y = 0; y < h; ++y) line[y] = expected[size_t(y) * stride + x];
+            line = Line(k, line);
+            for (int y = 0; y < h; ++y) expected[size_t(y) * stride + x] = line[y];
+        }
+        std::vector<double> dst(src.size(), -3.0);
+        velomar::GaussBlurDouble(src.data(), dst.data(), w, h, stride, sigma);
+        ASSERT_EQ(expected, dst);
+        velomar::GaussBlurDouble(src.data(), src.data(), w, h, stride, sigma);
+        ASSERT_EQ(expected, src) << "in place";
+    }
+}
+
+}  // namespace
