@@ -1,0 +1,283 @@
+// Histogram builders and automatic corrections against a direct model: plain
+// counting, plain low/high search, a table built from the formulas and applied
+// byte by byte with the applier's walk.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+
+#include "adjust/adjust.h"
+#include "common/test_util.h"
+
+namespace {
+
+using Hist = std::array<uint32_t, 256>;
+using Tab = std::array<uint8_t, 256>;
+enum class Kind { Level, Contrast, Color, Equalize };
+
+struct Raw {
+    const uint8_t* p;
+    int w, h, s;
+    int b() const { return s / w; }
+};
+
+// Calls f(B, G, R) for every pixel of the three-byte walk, or f(v, v, v) for
+// every counted grey byte.
+template <class F>
+void Walk(const Raw& r, F f) {
+    if (r.b() == 1) {
+        if (r.w % 4 == 0) {
+            for (size_t i = 0; i < size_t(r.h) * r.s; ++i) f(r.p[i], r.p[i], r.p[i]);
+        } else {
+            for (int y = 0; y < r.h; ++y)
+                for (int x = 0; x < r.w; ++x) f(r.p[y * r.s + x], r.p[y * r.s + x], r.p[y * r.s + x]);
+        }
+        return;
+    }
+    const uint8_t* p = r.p;
+    for (int y = 0; y < r.h; ++y, p += r.s - r.b() * r.w)
+        for (int x = 0; x < r.w; ++x, p += 3) f(p[0], p[1], p[2]);
+}
+
+std::array<Hist, 3> ChannelHists(const Raw& r) {
+    std::array<Hist, 3> h{};
+    Walk(r, [&](int b, int g, int rd) {
+        ++h[0][b];
+        if (r.b() == 3) ++h[1][g], ++h[2][rd];
+    });
+    return h;
+}
+
+void LowHigh(const Hist& h, double T, int& low, int& high) {
+    low = high = 0;
+    double s = 0;
+    for (int i = 0; i < 256; ++i)
+        if ((s += h[i]) >= T) { low = i; break; }
+    s = 0;
+    for (int i = 255; i >= 0; --i)
+        if ((s += h[i]) >= T) { high = i; break; }
+}
+
+Tab MakeTable(const Hist& h, int low, int high, bool autoGamma) {
+    Tab t;
+    if (high <= low) { t.fill(uint8_t(high)); return t; }
+    double gamma = 1.0;
+    if (autoGamma) {
+        double n = 0, sum = 0;
+        for (int i = 0; i < 256; ++i) n += h[i], sum += double(i) * h[i];
+        const double ratio = ((n ? sum / n : 0.0) - low) / (high - low);
+        gamma = ratio > 0 ? std::log(0.5) / std::log(ratio) : 0.1;  // non-positive: lower limit
+        gamma = gamma < 0.1 ? 0.1 : (gamma > 10.0 ? 10.0 : gamma);
+    }
+    for (int i = 0; i < 256; ++i)
+        t[i] = i < low ? 0 : i > high ? 255 : uint8_t(std::clamp(
+            int(std::pow(double(i - low) / (high - low), gamma) * 255.0), 0, 255));
+    return t;
+}
+
+// The curve applier's walk: grey maps every byte of the buffer, other layouts
+// map three bytes per pixel with a row skip of Stride % Width.
+void Apply(const Raw& r, uint8_t* d, const Tab& tb, const Tab& tg, const Tab& tr) {
+    if (r.b() == 1) {
+        for (size_t i = 0; i < size_t(r.h) * r.s; ++i) d[i] = tb[r.p[i]];
+        return;
+    }
+    size_t o = 0;
+    for (int y = 0; y < r.h; ++y, o += r.s % r.w)
+        for (int x = 0; x < r.w; ++x, o += 3)
+            d[o] = tb[r.p[o]], d[o + 1] = tg[r.p[o + 1]], d[o + 2] = tr[r.p[o + 2]];
+}
+
+void Model(Kind kind, const Raw& r, uint8_t* d, double clip, bool autoGamma) {
+    const double T = double(r.w * r.h) * clip;
+    int low, high;
+    if (kind == Kind::Equalize) {
+        Hist h{};
+        Walk(r, [&](int b, int g, int rd) {
+            ++h[b];
+            if (r.b() != 1) ++h[g], ++h[rd];
+        });
+        Tab t;
+        double s = 0;
+        for (int i = 0; i < 256; ++i) t[i] = uint8_t(int((s += h[i]) * 255.0 / (r.b() * r.w * r.h)));
+        return Apply(r, d, t, t, t);
+    }
+    if (r.b() == 1 && kind != Kind::Level) kind = Kind::Level, autoGamma = true;
+    if (kind == Kind::Color && r.b() != 1) {
+        Hist h{};
+        Walk(r, [&](int b, int g, int rd) { ++h[(b + 2 * g + rd) >> 2]; });
+        LowHigh(h, T, low, high);
+        Tab t = MakeTable(h, low, high, autoGamma);
+        return Apply(r, d, t, t, t);
+    }
+    auto h = ChannelHists(r);
+    if (kind == Kind::Contrast) {
+        Hist sum{};
+        int lo = 256, hi = -1;
+        for (int c = 0; c < 3; ++c) {
+            LowHigh(h[c], T, low, high);
+            lo = std::min(lo, low), hi = std::max(hi, high);
+            for (int i = 0; i < 256; ++i) sum[i] += h[c][i];
+        }
+        Tab t = MakeTable(sum, lo, hi, autoGamma);
+        return Apply(r, d, t, t, t);
+    }
+    std::array<Tab, 3> t{};
+    for (int c = 0; c < (r.b() == 3 ? 3 : 1); ++c) {
+        LowHigh(h[c], T, low, high);
+        t[c] = MakeTable(h[c], low, high, autoGamma);
+    }
+    Apply(r, d, t[0], t[1], t[2]);
+}
+
+void RunKind(Kind kind, const uint8_t* s, uint8_t* d, int w, int h, int stride, double clip, bool g) {
+    switch (kind) {
+        case Kind::Level: return AutoLevel(s, d, w, h, stride, clip, g);
+        case Kind::Contrast: return AutoContrast(s, d, w, h, stride, clip, g);
+        case Kind::Color: return AutoColor(s, d, w, h, stride, clip, g);
+        case Kind::Equalize: return HistEqualize(s, d, w, h, stride);
+    }
+}
+
+TEST(HistogramBuilders, MatchDirectCounts) {
+    for (int trial = 0; trial < 60; ++trial) {
+        const int c = std::array{1, 3, 4}[trial % 3];
+        const int w = vtest::RandomInt(1, 40), pad = vtest::RandomInt(0, w - 1);
+        auto img = vtest::RandomImage(w, vtest::RandomInt(1, 20), c, pad);
+        Raw r{img.data(), w, img.height, img.stride};
+        Hist hb, hg, hr, comb, lum;
+        hg.fill(7), hr.fill(7);
+        velomar::ComputeChannelHistograms(r.p, r.w, r.h, r.s, hb.data(), hg.data(), hr.data());
+        velomar::ComputeCombinedHistogram(r.p, r.w, r.h, r.s, comb.data());
+        velomar::ComputeLuminanceHistogram(r.p, r.w, r.h, r.s, lum.data());
+        auto direct = ChannelHists(r);
+        Hist dcomb{}, dlum{};
+        Walk(r, [&](int b, int g, int rd) {
+            if (r.b() == 1) return void(++dcomb[b]);
+            ++dcomb[b], ++dcomb[g], ++dcomb[rd];
+        });
+        Walk(r, [&](int b, int g, int rd) { ++dlum[r.b() == 1 ? b : (b + 2 * g + rd) >> 2]; });
+        SCOPED_TRACE(testing::Message() << w << "x" << r.h << " stride " << r.s);
+        EXPECT_EQ(hb, direct[0]);
+        EXPECT_EQ(hg, direct[1]);
+        EXPECT_EQ(hr, direct[2]);
+        EXPECT_EQ(comb, dcomb);
+        EXPECT_EQ(lum, dlum);
+    }
+}
+
+TEST(AutoAdjust, MatchesDirectModelOnRandomLayouts) {
+    const double clips[] = {0.0, 0.001, 0.01, 0.05, 0.3, 0.7};
+    for (Kind kind : {Kind::Level, Kind::Contrast, Kind::Color, Kind::Equalize})
+        for (int trial = 0; trial < 48; ++trial) {
+            const int c = std::array{1, 3, 4}[trial % 3];
+            const int w = trial < 6 ? 1 + trial % 2 : vtest::RandomInt(1, 37);
+            const int pad = vtest::RandomInt(0, w - 1), h = vtest::RandomInt(1, 19);
+            auto src = trial % 2 ? vtest::RandomSmoothImage(w, h, c, pad)
+                                 : vtest::RandomImage(w, h, c, pad);
+            const double clip = clips[trial % 6];
+            const bool gamma = trial % 4 < 2;
+            const auto original = src.bytes;
+            auto expected = vtest::RandomImage(w, h, c, pad), out = expected;
+            Model(kind, {src.data(), w, h, src.stride}, expected.data(), clip, gamma);
+            RunKind(kind, src.data(), out.data(), w, h, src.stride, clip, gamma);
+            SCOPED_TRACE(testing::Message() << "kind " << int(kind) << " " << w << "x" << h
+                                            << "x" << c << " pad " << pad << " clip " << clip);
+            EXPECT_TRUE(vtest::BytesEqual(expected.bytes, out.bytes));
+            EXPECT_EQ(src.bytes, original);
+            if (c == 3) {
+                EXPECT_TRUE(vtest::PaddingIntact(out, 0xA5));
+            }
+            auto inPlace = original;
+            Model(kind, {original.data(), w, h, src.stride}, inPlace.data(), clip, gamma);
+            RunKind(kind, src.data(), src.data(), w, h, src.stride, clip, gamma);
+            EXPECT_TRUE(vtest::BytesEqual(inPlace, src.bytes));
+        }
+}
+
+TEST(AutoAdjust, MeanBelowTheLowPointTakesTheSmallestGamma) {
+    // A fifth of the pixels black, the rest in 100..110: with a 30% clip the
+    // low point lies above the mean, so the logarithm's argument is negative.
+    for (int c : {1, 3}) {
+        auto img = vtest::RandomImage(20, 10, c, 1);
+        for (int y = 0; y < 10; ++y)
+            for (int x = 0; x < 20; ++x)
+                for (int k = 0; k < c; ++k) img.at(x, y, k) = x < 4 ? 0 : uint8_t(100 + (x + y + k) % 11);
+        for (Kind kind : {Kind::Level, Kind::Contrast, Kind::Color}) {
+            auto expected = img.bytes;
+            auto out = img;
+            Model(kind, {img.data(), 20, 10, img.stride}, expected.data(), 0.3, true);
+            RunKind(kind, img.data(), out.data(), 20, 10, img.stride, 0.3, true);
+            EXPECT_TRUE(vtest::BytesEqual(expected, out.bytes)) << c << " " << int(kind);
+        }
+    }
+}
+
+TEST(AutoAdjust, ConstantGreyImageIsUnchanged) {
+    vtest::Image img(13, 7, 1, 0, 77);
+    const auto original = img.bytes;
+    AutoLevel(img.data(), img.data(), 13, 7, 13, 0.01, 1);
+    EXPECT_EQ(img.bytes, original);
+}
+
+TEST(AutoAdjust, ZeroClipWithoutGammaIsIdentity) {
+    auto img = vtest::RandomImage(21, 9, 3, 2);
+    for (auto f : {AutoLevel, AutoContrast, AutoColor}) {
+        auto out = vtest::RandomImage(21, 9, 3, 2);
+        f(img.data(), out.data(), 21, 9, img.stride, 0.0, 0);
+        EXPECT_EQ(out.bytes, img.bytes);
+    }
+}
+
+TEST(AutoAdjust, GreyContrastAndColorEstimateGammaAnyway) {
+    auto img = vtest::RandomSmoothImage(30, 11, 1, 3);
+    for (auto& v : img.bytes) v = uint8_t(v * v / 255);  // dark: mean well below mid-range
+    vtest::Image level(30, 11, 1, 3), contrast = level, color = level, plain = level;
+    AutoLevel(img.data(), level.data(), 30, 11, img.stride, 0.02, 1);
+    AutoLevel(img.data(), plain.data(), 30, 11, img.stride, 0.02, 0);
+    AutoContrast(img.data(), contrast.data(), 30, 11, img.stride, 0.02, 0);
+    AutoColor(img.data(), color.data(), 30, 11, img.stride, 0.02, 0);
+    EXPECT_EQ(contrast.bytes, level.bytes);
+    EXPECT_EQ(color.bytes, level.bytes);
+    EXPECT_NE(plain.bytes, level.bytes);
+}
+
+TEST(HistEqualize, GreyRunCountsRowPaddingButDividesByPixels) {
+    // Width 8, Stride 12: every row contributes 12 counts, the divisor is 8 per row.
+    auto img = vtest::RandomImage(8, 5, 1, 4);
+    Hist h{};
+    for (uint8_t v : img.bytes) ++h[v];
+    vtest::Image out(8, 5, 1, 4);
+    HistEqualize(img.data(), out.data(), 8, 5, 12);
+    uint32_t s = 0;
+    Tab t;
+    for (int i = 0; i < 256; ++i) t[i] = uint8_t(int((s += h[i]) * 255.0 / 40));
+    for (size_t i = 0; i < img.bytes.size(); ++i) ASSERT_EQ(out.bytes[i], t[img.bytes[i]]) << i;
+}
+
+TEST(AutoLevel, FourBytesPerPixelStretchesBlueOnly) {
+    auto img = vtest::RandomSmoothImage(16, 6, 4);
+    vtest::Image out(16, 6, 4, 0, 200);
+    AutoLevel(img.data(), out.data(), 16, 6, 64, 0.01, 0);
+    // The applier walks 4-byte pixels as 3-byte ones, rows 3 * Width + Stride % Width
+    // = 48 bytes apart: the first 6 * 48 bytes form one run of triples whose
+    // green and red bytes get the empty curves; the rest is untouched.
+    for (int i = 0; i < 6 * 64; ++i) {
+        if (i >= 6 * 48) {
+            EXPECT_EQ(out.bytes[i], 200) << i;
+        } else if (i % 3) {
+            EXPECT_EQ(out.bytes[i], 0) << i;
+        }
+    }
+}
+
+TEST(AutoAdjust, TwoBytesPerPixelIsNotWritten) {
+    auto img = vtest::RandomImage(10, 4, 2);
+    for (Kind kind : {Kind::Level, Kind::Contrast, Kind::Color, Kind::Equalize}) {
+        vtest::Image out(10, 4, 2, 0, 9);
+        RunKind(kind, img.data(), out.data(), 10, 4, 20, 0.01, true);
+        EXPECT_TRUE(std::all_of(out.bytes.begin(), out.bytes.end(), [](uint8_t v) { return v == 9; }));
+    }
+}
+
+}  // namespace
