@@ -7,7 +7,7 @@ declare -A groups=(
   [build]="cmake ninja-build g++ pkg-config libgtest-dev libbenchmark-dev libstb-dev"
   [windows]="g++-mingw-w64-i686 g++-mingw-w64-x86-64 googletest"
   [wine]="wine64"
-  [bench]="libopencv-dev"
+  [bench]="libopencv-dev libopencv-contrib-dev"
 )
 
 want=()

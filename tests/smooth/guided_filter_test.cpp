@@ -1,0 +1,185 @@
+// Guided filter: the core against the linear model written out with naive
+// window means, and the 8-bit export against the core on every layout.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "blur/blur.h"
+#include "common/test_util.h"
+#include "smooth/smooth.h"
+
+namespace {
+
+using Plane = std::vector<double>;
+
+Plane RandomPlane(int w, int h) {
+    Plane p(size_t(w) * h);
+    for (double& v : p) v = vtest::RandomInt(0, 255) / 255.0;
+    return p;
+}
+
+// Window mean with replicated edges, summed directly.
+Plane NaiveBox(const Plane& s, int w, int h, int r) {
+    Plane d(s.size());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            double sum = 0;
+            for (int dy = -r; dy <= r; ++dy)
+                for (int dx = -r; dx <= r; ++dx)
+                    sum += s[size_t(std::clamp(y + dy, 0, h - 1)) * w + std::clamp(x + dx, 0, w - 1)];
+            d[size_t(y) * w + x] = sum / ((2.0 * r + 1) * (2.0 * r + 1));
+        }
+    return d;
+}
+
+Plane LibraryBox(const Plane& s, int w, int h, int r) {
+    Plane d(s.size());
+    velomar::BoxBlurDouble(s.data(), d.data(), w, h, w, r, EDGE_REPLICATE);
+    return d;
+}
+
+// q = box(a) I + box(b), a = cov(I, p) / (var(I) + eps), b = mean_p - a mean_I.
+template <class Box>
+Plane LinearModel(const Plane& p, const Plane& I, int w, int h, int r, double eps, Box box) {
+    const size_t n = p.size();
+    Plane II(n), Ip(n);
+    for (size_t i = 0; i < n; ++i) {
+        II[i] = I[i] * I[i];
+        Ip[i] = I[i] * p[i];
+    }
+    Plane mp = box(p, w, h, r), mII = box(II, w, h, r), mI = box(I, w, h, r), mIp = box(Ip, w, h, r);
+    Plane a(n), b(n);
+    for (size_t i = 0; i < n; ++i) {
+        a[i] = (mIp[i] - mI[i] * mp[i]) / (mII[i] - mI[i] * mI[i] + eps);
+        b[i] = mp[i] - a[i] * mI[i];
+    }
+    Plane ma = box(a, w, h, r), mb = box(b, w, h, r), q(n);
+    for (size_t i = 0; i < n; ++i) q[i] = ma[i] * I[i] + mb[i];
+    return q;
+}
+
+TEST(GuidedFilterCore, FitsTheLocalLinearModel) {
+    for (int iter = 0; iter < 60; ++iter) {
+        const int w = vtest::RandomInt(1, 13), h = vtest::RandomInt(1, 11);
+        const int r = vtest::RandomInt(0, 16);  // often wider than the image
+        const double eps = std::pow(10.0, -vtest::RandomInt(1, 3));
+        const Plane p = RandomPlane(w, h);
+        const Plane I = iter % 3 == 0 ? p : RandomPlane(w, h);
+        SCOPED_TRACE(testing::Message() << w << "x" << h << " r" << r << " eps " << eps);
+
+        Plane out(p.size(), -1.0);
+        velomar::GuidedFilterCore(p.data(), I.data(), out.data(), w, h, r, eps);
+        // Same box means as the core: identical arithmetic, identical bits.
+        EXPECT_EQ(out, LinearModel(p, I, w, h, r, eps, LibraryBox));
+        // Direct window sums round differently from running sums (a few ulps
+        // of values <= 1), amplified at most by 1 / eps through a.
+        const Plane naive = LinearModel(p, I, w, h, r, eps, NaiveBox);
+        for (size_t i = 0; i < p.size(); ++i) ASSERT_NEAR(out[i], naive[i], 1e-9) << "at " << i;
+
+        // Output over the input plane gives the same values.
+        Plane inPlace = p;
+        velomar::GuidedFilterCore(inPlace.data(), iter % 3 == 0 ? inPlace.data() : I.data(),
+                                  inPlace.data(), w, h, r, eps);
+        EXPECT_EQ(inPlace, out);
+        Plane overGuide = I;
+        velomar::GuidedFilterCore(p.data(), overGuide.data(), overGuide.data(), w, h, r, eps);
+        EXPECT_EQ(overGuide, out);
+    }
+}
+
+TEST(GuidedFilterCore, ConstantGuideGivesTwiceBoxedInput) {
+    const int w = 9, h = 7, r = 2;
+    const Plane p = RandomPlane(w, h), I(p.size(), 0.4);
+    Plane out(p.size());
+    velomar::GuidedFilterCore(p.data(), I.data(), out.data(), w, h, r, 0.01);
+    const Plane expected = NaiveBox(NaiveBox(p, w, h, r), w, h, r);
+    for (size_t i = 0; i < p.size(); ++i) EXPECT_NEAR(out[i], expected[i], 1e-12);
+}
+
+// The export: bytes to v / 255, the core per channel (three-byte pixels on any
+// layout but grey), back with trunc(q * 255 + 0.5) clamped.
+void ReferenceGuided(const vtest::Image& src, const vtest::Image& guide, vtest::Image& dest, int r,
+                     double eps) {
+    const int w = src.width, h = src.height, c = src.channels == 1 ? 1 : 3;
+    const int step = src.channels == 1 ? 1 : 3;
+    for (int ch = 0; ch < c; ++ch) {
+        Plane p(size_t(w) * h), I(p.size());
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const size_t at = size_t(y) * src.stride + size_t(x) * step + ch;
+                p[size_t(y) * w + x] = src.bytes[at] * 0.00392156862745098;
+                I[size_t(y) * w + x] = guide.bytes[at] * 0.00392156862745098;
+            }
+        const Plane q = LinearModel(p, I, w, h, r, eps, LibraryBox);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const int v = velomar::TruncToInt(q[size_t(y) * w + x] * 255 + 0.5);
+                dest.bytes[size_t(y) * src.stride + size_t(x) * step + ch] =
+                    uint8_t(std::clamp(v, 0, 255));
+            }
+    }
+}
+
+TEST(GuidedFilter, MatchesCoreOnEveryLayout) {
+    for (int iter = 0; iter < 48; ++iter) {
+        const int channels = std::array{1, 3, 4}[iter % 3];
+        const int w = vtest::RandomInt(1, 17), h = vtest::RandomInt(1, 12);
+        const int padding = vtest::RandomInt(0, channels == 1 ? w - 1 : 5);
+        const int r = vtest::RandomInt(0, 9);
+        const double eps = std::array{0.0001, 0.01, 0.5}[iter % 3];
+        const vtest::Image src = vtest::RandomSmoothImage(w, h, channels, padding, 0x5A);
+        const bool joint = iter % 2 == 0;
+        const vtest::Image guide = joint ? vtest::RandomImage(w, h, channels, padding, 0x5A) : src;
+        SCOPED_TRACE(testing::Message() << w << "x" << h << "x" << channels << " pad " << padding
+                                        << " r" << r << (joint ? " joint" : ""));
+
+        vtest::Image expected = vtest::RandomImage(w, h, channels, padding, 0x3C);
+        vtest::Image out = expected;
+        ReferenceGuided(src, guide, expected, r, eps);
+        const vtest::Image srcBefore = src;
+        velomar::GuidedFilter(src.data(), joint ? guide.data() : src.data(), out.data(), w, h,
+                              src.stride, r, eps);
+        ASSERT_TRUE(vtest::BytesEqual(expected.bytes, out.bytes));  // padding and alpha too
+        EXPECT_TRUE(vtest::BytesEqual(srcBefore.bytes, src.bytes));
+
+        // In place (bytes the filter skips keep the buffer's own values).
+        vtest::Image inPlace = src, expectedInPlace = src;
+        ReferenceGuided(src, guide, expectedInPlace, r, eps);
+        GuidedFilter(inPlace.data(), joint ? guide.data() : inPlace.data(), inPlace.data(), w, h,
+                     src.stride, r, eps);
+        EXPECT_TRUE(vtest::BytesEqual(expectedInPlace.bytes, inPlace.bytes));
+        if (joint) {  // the guide as destination
+            vtest::Image g = guide, expectedOverGuide = guide;
+            ReferenceGuided(src, guide, expectedOverGuide, r, eps);
+            GuidedFilter(src.data(), g.data(), g.data(), w, h, src.stride, r, eps);
+            EXPECT_TRUE(vtest::BytesEqual(expectedOverGuide.bytes, g.bytes));
+        }
+    }
+}
+
+TEST(GuidedFilter, ConstantImagesStayConstant) {
+    for (int v : {0, 1, 127, 254, 255})
+        for (int r : {0, 3, 40}) {
+            vtest::Image img(11, 6, 3, 2, uint8_t(v)), out(11, 6, 3, 2, 7);
+            GuidedFilter(img.data(), img.data(), out.data(), 11, 6, img.stride, r, 0.01);
+            for (int y = 0; y < 6; ++y)
+                for (int x = 0; x < 33; ++x) ASSERT_EQ(out.bytes[size_t(y) * img.stride + x], v);
+            EXPECT_TRUE(vtest::PaddingIntact(out, 7));
+        }
+}
+
+TEST(GuidedFilter, UnusableArgumentsWriteNothing) {
+    const vtest::Image src = vtest::RandomImage(6, 4, 2);  // two bytes per pixel
+    vtest::Image out = vtest::RandomImage(6, 4, 2);
+    const auto before = out.bytes;
+    GuidedFilter(src.data(), src.data(), out.data(), 6, 4, src.stride, 2, 0.01);
+    GuidedFilter(src.data(), nullptr, out.data(), 6, 4, src.stride, 2, 0.01);
+    GuidedFilter(src.data(), src.data(), out.data(), 0, 4, src.stride, 2, 0.01);
+    GuidedFilter(src.data(), src.data(), out.data(), 6, 4, src.stride, -1, 0.01);
+    EXPECT_EQ(before, out.bytes);
+}
+
+}  // namespace
