@@ -50,6 +50,42 @@ int PadImage(const Image& s, Image& d, const Values& v) {
     return STATUS_OK;
 }
 
+// Runs a raw-form body on a grey image re-packed with Stride equal to Width
+// (for exports that need unpadded single-channel rows).
+template <class F>
+auto Unpadded(F body) {
+    return [body](const Image& s, Image& d, const Values& v) {
+        if (s.channels != 1 || s.stride == s.width) {
+            body(s.data(), d.data(), s.width, s.height, s.stride, v);
+            return 0;
+        }
+        std::vector<uint8_t> in(size_t(s.width) * s.height), out(in.size());
+        for (int y = 0; y < s.height; ++y)
+            std::copy_n(s.data() + size_t(y) * s.stride, s.width, in.data() + size_t(y) * s.width);
+        out = in;
+        body(in.data(), out.data(), s.width, s.height, s.width, v);
+        for (int y = 0; y < s.height; ++y)
+            std::copy_n(out.data() + size_t(y) * s.width, s.width, d.data() + size_t(y) * d.stride);
+        return 0;
+    };
+}
+
+// The reference picture for ColorTransfer: warm sunset tones.
+const Image& SunsetReference() {
+    static const Image reference = [] {
+        Image r(64, 64, 3);
+        for (int y = 0; y < 64; ++y)
+            for (int x = 0; x < 64; ++x) {
+                uint8_t* p = r.data() + size_t(y) * r.stride + size_t(x) * 3;
+                p[0] = uint8_t(40 + y / 2);            // blue
+                p[1] = uint8_t(60 + (x + y) / 2);      // green
+                p[2] = uint8_t(150 + x + (y % 8) * 2); // red
+            }
+        return r;
+    }();
+    return reference;
+}
+
 std::vector<Op> BuildOps() {
     const std::string edge = "0 replicate, 1 reflect";
     return {
@@ -96,6 +132,126 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdjustBrightnessAndContrast(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
+        // ---- Histogram auto adjustments, glow, colour transfer
+        {"AutoLevel", "per-channel stretch between the clipped extremes", kAnyLayout,
+         {{"ClipFraction", kDouble, 0.005, "fraction clipped at each end"},
+          {"AutoGamma", kByte, 1, "1: map the mean to mid-grey"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AutoLevel(s, d, w, h, st, v[0], uint8_t(v[1]));
+         })},
+        {"AutoContrast", "one stretch for all channels", kAnyLayout,
+         {{"ClipFraction", kDouble, 0.005, "fraction clipped at each end"},
+          {"AutoGamma", kByte, 1, "1: map the mean to mid-grey"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AutoContrast(s, d, w, h, st, v[0], uint8_t(v[1]));
+         })},
+        {"AutoColor", "one stretch from the luminance histogram", kAnyLayout,
+         {{"ClipFraction", kDouble, 0.005, "fraction clipped at each end"},
+          {"AutoGamma", kByte, 1, "1: map the mean to mid-grey"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AutoColor(s, d, w, h, st, v[0], uint8_t(v[1]));
+         })},
+        {"HistEqualize", "histogram equalisation", kAnyLayout, {},
+         Raw([](auto s, auto d, int w, int h, int st, const Values&) { HistEqualize(s, d, w, h, st); })},
+        {"SoftGlow", "screen-blends a blurred, brightened copy", kColour,
+         {{"Sigma", kInt, 10, "blur radius"}, {"Brightness", kInt, 20, "glow brightness"},
+          {"Contrast", kInt, 20, "glow contrast"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             SoftGlow(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]));
+         })},
+        {"Exposal", "solarise: inverts the bright half", kAnyLayout, {},
+         Raw([](auto s, auto d, int w, int h, int st, const Values&) { Exposal(s, d, w, h, st); })},
+        {"ColorTransfer", "takes the colour statistics of a warm sunset picture", kColour, {},
+         Raw([](auto s, auto d, int w, int h, int st, const Values&) {
+             const Image& r = SunsetReference();
+             ColorTransfer(r.data(), s, d, r.width, r.height, r.stride, w, h, st);
+         })},
+        // ---- Blurs
+        {"BoxBlur", "truncated mean of the square box", kAnyLayout,
+         {{"Radius", kInt, 8, "half-size of the box"}, {"EdgeMode", kInt, 1, edge}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             BoxBlur(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        {"GuassBlur", "recursive Gaussian", kAnyLayout, {{"Sigma", kDouble, 4, "standard deviation"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) { GuassBlur(s, d, w, h, st, v[0]); })},
+        {"MedianBlur", "percentile of the square box (50: median)", kAnyLayout,
+         {{"Radius", kInt, 5, "half-size of the box (1..127)"}, {"Percent", kInt, 50, "rank in percent"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             MedianBlur(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        // ---- Edge-preserving smoothing and denoising
+        {"BilateralFilter", "edge-preserving smoothing by range levels", kAnyLayout,
+         {{"Downsample", kInt, 1, "levels at 1/2^k size"},
+          {"SigmaSpatial", kDouble, 4, "spatial extent in 1/255 of the shorter side"},
+          {"SigmaRange", kDouble, 30, "range deviation in grey levels"},
+          {"UseGaussian", kInt, 1, "1 Gaussian, else box"}},
+         Unpadded([](auto s, auto d, int w, int h, int st, const Values& v) {
+             BilateralFilter(s, s, d, w, h, st, int(v[0]), v[1], v[2], int(v[3]));
+         })},
+        {"GuidedFilter", "guided filter with the image as its own guide", kAnyLayout,
+         {{"Radius", kInt, 8, "half-size of the box"}, {"Epsilon", kDouble, 0.01, "regularisation"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             GuidedFilter(s, s, d, w, h, st, int(v[0]), v[1]);
+         })},
+        {"LeeAdditvieNoiseFilter", "Lee filter for additive noise (grey: Dest primed with the box mean)",
+         kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}, {"NoiseVariance", kInt, 0, "0 estimates it"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             // On grey images the filter reads the local mean from Dest.
+             if (st / w == 1) BoxBlur(s, d, w, h, st, int(v[0]), EDGE_REFLECT);
+             LeeAdditvieNoiseFilter(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        {"Wiener2", "adaptive Wiener filter", kAnyLayout,
+         {{"Radius", kInt, 3, "half-size of the box"}, {"Noise", kInt, 0, "noise variance, 0 estimates it"},
+          {"EdgeMode", kInt, 1, edge}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             Wiener2(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]));
+         })},
+        {"ReduceNoise", "steps against the local equalisation", kAnyLayout,
+         {{"Radius", kInt, 3, "half-size of the box"}, {"Amount", kInt, 60, "strength in percent"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             ReduceNoise(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        // ---- Local statistics
+        {"MinValue", "minimum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},
+        {"MaxValue", "maximum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MaxValue(s, d, w, h, st, int(v[0])); })},
+        {"RangeFilter", "maximum minus minimum of the box", kAnyLayout,
+         {{"Radius", kInt, 2, "half-size of the box"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) { RangeFilter(s, d, w, h, st, int(v[0])); })},
+        {"StdFilter", "standard deviation of the box", kAnyLayout,
+         {{"Radius", kInt, 3, "half-size of the box"}, {"EdgeMode", kInt, 1, edge}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             StdFilter(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        {"EntropyFilter", "local entropy stretched to 0..255", kAnyLayout,
+         {{"Radius", kInt, 4, "half-size of the box"}, {"EdgeMode", kInt, 1, edge}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             EntropyFilter(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        {"Fragment", "average of displaced copies", kAnyLayout,
+         {{"Count", kInt, 4, "copies"}, {"Distance", kInt, 8, "displacement in pixels"},
+          {"Angle", kDouble, 45, "rotation in degrees"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             Fragment(s, d, w, h, st, int(v[0]), int(v[1]), v[2]);
+         })},
+        // ---- Sharpening and edges
+        {"UnsharpMask", "adds back the difference from a Gaussian blur", kAnyLayout,
+         {{"Sigma", kDouble, 2, "blur deviation"}, {"Amount", kInt, 80, "percent"},
+          {"Threshold", kInt, 3, "smallest difference sharpened"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             UnsharpMask(s, d, w, h, st, v[0], int(v[1]), int(v[2]));
+         })},
+        {"HighPass", "difference from a Gaussian blur around 128", kAnyLayout,
+         {{"Sigma", kDouble, 6, "blur deviation"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) { HighPass(s, d, w, h, st, v[0]); })},
+        {"SharpenByHistgram", "pushes pixels away from a local rank", kAnyLayout,
+         {{"Radius", kInt, 3, "half-size of the box"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             SharpenByHistgram(s, d, w, h, st, int(v[0]));
+         })},
+        {"FindEdges", "dark Sobel edges on white", kAnyLayout, {},
+         Raw([](auto s, auto d, int w, int h, int st, const Values&) { FindEdges(s, d, w, h, st); })},
     };
 }
 
