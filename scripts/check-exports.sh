@@ -8,7 +8,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 declared=$(bash "$root/scripts/declared-exports.sh")
 exported=$(i686-w64-mingw32-objdump -p "$dll" |
-           sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | grep -oE '\] [^ ]+$' | sed 's/^\] //' | sort)
+           sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
+           sed -nE 's/^[[:space:]]*\[ *[0-9]+\] ([^ ]+)$/\1/p' | sort)
 listed=$(sed -n '/^EXPORTS/,$p' "$root/src/velomar.def" | grep -vE '^(EXPORTS|[[:space:]]*;|[[:space:]]*$)' |
          awk '{print $1}' | sort)
 
