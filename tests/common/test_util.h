@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -19,15 +20,12 @@ struct Image {
 
     Image() = default;
     Image(int w, int h, int c, int padding = 0, uint8_t fill = 0)
-        : width(w), height(h), channels(c), stride(w * c + padding),
-          bytes(size_t(h) * size_t(w * c + padding), fill) {}
+        : width(w), height(h), channels(c), stride(w * c + padding), bytes(size_t(h) * size_t(stride), fill) {}
 
     uint8_t* data() { return bytes.data(); }
     const uint8_t* data() const { return bytes.data(); }
     uint8_t& at(int x, int y, int c = 0) { return bytes[size_t(y) * stride + size_t(x) * channels + c]; }
-    uint8_t at(int x, int y, int c = 0) const {
-        return bytes[size_t(y) * stride + size_t(x) * channels + c];
-    }
+    uint8_t at(int x, int y, int c = 0) const { return bytes[size_t(y) * stride + size_t(x) * channels + c]; }
 };
 
 inline std::mt19937& Rng() {
@@ -39,11 +37,9 @@ inline int RandomInt(int lo, int hi) { return std::uniform_int_distribution<int>
 
 // Random pixels; padding bytes get `pad_marker`.
 inline Image RandomImage(int w, int h, int c, int padding = 0, uint8_t pad_marker = 0xA5) {
-    Image img(w, h, c, padding);
+    Image img(w, h, c, padding, pad_marker);
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < img.stride; ++x)
-            img.bytes[size_t(y) * img.stride + x] =
-                x < w * c ? uint8_t(RandomInt(0, 255)) : pad_marker;
+        for (int x = 0; x < w * c; ++x) img.bytes[size_t(y) * img.stride + x] = uint8_t(RandomInt(0, 255));
     return img;
 }
 
@@ -53,31 +49,20 @@ inline Image RandomSmoothImage(int w, int h, int c, int padding = 0, uint8_t pad
     Image img = RandomImage(w, h, c, padding, pad_marker);
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
-            for (int k = 0; k < c; ++k) {
-                int base = (x * 7 + y * 3 + k * 50) % 256;
-                int noise = RandomInt(-20, 20);
-                int v = base + noise;
-                img.at(x, y, k) = uint8_t(v < 0 ? 0 : (v > 255 ? 255 : v));
-            }
+            for (int k = 0; k < c; ++k)
+                img.at(x, y, k) = uint8_t(std::clamp((x * 7 + y * 3 + k * 50) % 256 + RandomInt(-20, 20), 0, 255));
     return img;
-}
-
-// First index where two byte vectors differ, or -1.
-inline long FirstDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
-    if (a.size() != b.size()) return 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (a[i] != b[i]) return long(i);
-    return -1;
 }
 
 inline ::testing::AssertionResult BytesEqual(const std::vector<uint8_t>& expected,
                                              const std::vector<uint8_t>& actual) {
-    long i = FirstDifference(expected, actual);
-    if (i < 0) return ::testing::AssertionSuccess();
     if (expected.size() != actual.size())
         return ::testing::AssertionFailure() << "sizes differ: " << expected.size() << " vs " << actual.size();
-    return ::testing::AssertionFailure() << "first difference at byte " << i << ": expected "
-                                         << int(expected[size_t(i)]) << ", got " << int(actual[size_t(i)]);
+    for (size_t i = 0; i < expected.size(); ++i)
+        if (expected[i] != actual[i])
+            return ::testing::AssertionFailure() << "first difference at byte " << i << ": expected "
+                                                 << int(expected[i]) << ", got " << int(actual[i]);
+    return ::testing::AssertionSuccess();
 }
 
 // Checks that every padding byte of `img` (beyond Width * Channels in each row)

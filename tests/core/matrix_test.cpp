@@ -1,6 +1,8 @@
 // Matrix records: creation, release, the shared preamble's status order.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "common/test_util.h"
 #include "core/core.h"
 
@@ -14,22 +16,17 @@ TEST(CreateMatrix, RowLengthPadsToFourBytes) {
     for (const auto& c : cases) {
         Matrix* m = nullptr;
         ASSERT_EQ(VL_CreateMatrix(c.w, c.h, c.depth, c.channel, &m), STATUS_OK);
-        ASSERT_NE(m, nullptr);
-        EXPECT_EQ(m->WidthStep, c.step) << c.w << "x" << c.h << " depth " << c.depth;
-        EXPECT_EQ(m->Width, c.w);
-        EXPECT_EQ(m->Height, c.h);
-        EXPECT_EQ(m->Depth, c.depth);
-        EXPECT_EQ(m->Channel, c.channel);
-        EXPECT_EQ(m->Reserved, 0);
-        ASSERT_NE(m->Data, nullptr);
+        ASSERT_TRUE(m != nullptr && m->Data != nullptr);
+        EXPECT_EQ(std::make_tuple(m->WidthStep, m->Width, m->Height, m->Depth, m->Channel, m->Reserved),
+                  std::make_tuple(c.step, c.w, c.h, c.depth, c.channel, 0))
+            << c.w << "x" << c.h << " depth " << c.depth;
         m->Data[size_t(m->WidthStep) * c.h - 1] = 7;  // the whole block is ours
         EXPECT_EQ(VL_FreeMatrix(&m), STATUS_OK);
     }
 }
 
 TEST(CreateMatrix, BadArgumentsLeaveOutUntouched) {
-    Matrix sentinel{};
-    Matrix* const marker = &sentinel;
+    Matrix sentinel{}, *const marker = &sentinel;
     struct Case { int w, h, depth, channel; } cases[] = {
         {0, 1, DEPTH_8U, 1}, {1, -1, DEPTH_8U, 1}, {1, 1, 6, 1},
         {1, 1, -1, 1},       {1, 1, DEPTH_8U, 0},  {1, 1, DEPTH_8U, 5},
@@ -71,23 +68,15 @@ TEST(FreeMatrix, ReportsMissingRecordAndMissingData) {
 // The preamble, through Invert: nulls, then shape in field order, then depth.
 TEST(MatrixPreamble, ReportsTheFirstFailingCheck) {
     uint8_t a[64] = {}, b[64] = {};
-    Matrix src{4, 4, 4, 1, DEPTH_8U, a, 0};
-    Matrix dst = src;
-    dst.Data = b;
+    Matrix src{4, 4, 4, 1, DEPTH_8U, a, 0}, dst{4, 4, 4, 1, DEPTH_8U, b, 0};
 
     EXPECT_EQ(Invert(nullptr, &dst), STATUS_NULL_REFERENCE);
     EXPECT_EQ(Invert(&src, nullptr), STATUS_NULL_REFERENCE);
-    Matrix noData = dst;
-    noData.Data = nullptr;
-    noData.Width = 9;  // a null Data wins over a shape difference
+    Matrix noData{9, 4, 4, 1, DEPTH_8U, nullptr, 0};  // a null Data wins over a shape difference
     EXPECT_EQ(Invert(&src, &noData), STATUS_NULL_REFERENCE);
-
-    Matrix other = dst;
-    other.WidthStep = 8;
-    EXPECT_EQ(Invert(&src, &other), STATUS_SIZE_MISMATCH);
-    other = dst;
-    other.Channel = 3;
-    EXPECT_EQ(Invert(&src, &other), STATUS_SIZE_MISMATCH);
+    Matrix wide{4, 4, 8, 1, DEPTH_8U, b, 0}, colour{4, 4, 4, 3, DEPTH_8U, b, 0};
+    EXPECT_EQ(Invert(&src, &wide), STATUS_SIZE_MISMATCH);
+    EXPECT_EQ(Invert(&src, &colour), STATUS_SIZE_MISMATCH);
 
     Matrix s16 = src, d16 = dst;
     s16.Depth = d16.Depth = DEPTH_16S;

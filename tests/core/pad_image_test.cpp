@@ -2,26 +2,16 @@
 // a direct per-pixel construction.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <tuple>
 #include <vector>
 
-#include "common/test_util.h"
+#include "common/reference.h"
 #include "core/core.h"
 
 namespace {
 
-// The border rule written out literally: mirror, then fold by whole sizes.
-int Reference(int p, int n, int mode) {
-    if (p >= 0 && p < n) return p;
-    if (mode == 0) return p < 0 ? 0 : n - 1;
-    if (p < 0) {
-        int r = -p;
-        while (r >= n) r -= n;
-        return r;
-    }
-    int r = 2 * n - p - 2;
-    while (r < 0) r += n;
-    return r;
-}
+using vtest::MapEdge;
 
 std::vector<int> Columns(int left, int width, int right, int mode) {
     std::vector<int> cols(left + width + right), rows(1);
@@ -44,7 +34,7 @@ TEST(PadIndexTable, MatchesTheLiteralRuleForWidePads) {
     for (int n = 1; n <= 7; ++n)
         for (int mode : {0, 1})
             for (int p = -40; p < n + 40; ++p)
-                ASSERT_EQ(velomar::MapEdgeIndex(p, n, mode), Reference(p, n, mode))
+                ASSERT_EQ(velomar::MapEdgeIndex(p, n, mode), MapEdge(p, n, mode))
                     << "p=" << p << " n=" << n << " mode=" << mode;
 }
 
@@ -57,22 +47,18 @@ Matrix* MakeRandom(int w, int h, int c) {
 
 TEST(GetPadImage, MatchesDirectConstruction) {
     for (int trial = 0; trial < 60; ++trial) {
-        int w = vtest::RandomInt(1, 9), h = vtest::RandomInt(1, 9), c = vtest::RandomInt(1, 4);
-        int l = vtest::RandomInt(0, 12), r = vtest::RandomInt(0, 12);
-        int t = vtest::RandomInt(0, 12), b = vtest::RandomInt(0, 12), mode = trial % 2;
-        Matrix* src = MakeRandom(w, h, c);
-        std::vector<uint8_t> before(src->Data, src->Data + src->WidthStep * h);
-        Matrix* out = nullptr;
+        const int w = vtest::RandomInt(1, 9), h = vtest::RandomInt(1, 9), c = vtest::RandomInt(1, 4);
+        const int l = vtest::RandomInt(0, 12), r = vtest::RandomInt(0, 12), t = vtest::RandomInt(0, 12);
+        const int b = vtest::RandomInt(0, 12), mode = trial % 2;
+        Matrix *src = MakeRandom(w, h, c), *out = nullptr;
+        const std::vector<uint8_t> before(src->Data, src->Data + src->WidthStep * h);
         ASSERT_EQ(GetPadImage(src, &out, l, r, t, b, mode), STATUS_OK);
-        ASSERT_EQ(out->Width, l + w + r);
-        ASSERT_EQ(out->Height, t + h + b);
-        ASSERT_EQ(out->Channel, c);
+        ASSERT_EQ(std::make_tuple(out->Width, out->Height, out->Channel), std::make_tuple(l + w + r, t + h + b, c));
         for (int y = 0; y < out->Height; ++y)
             for (int x = 0; x < out->Width; ++x)
                 for (int k = 0; k < c; ++k) {
-                    int sy = Reference(y - t, h, mode), sx = Reference(x - l, w, mode);
                     ASSERT_EQ(out->Data[y * out->WidthStep + x * c + k],
-                              src->Data[sy * src->WidthStep + sx * c + k])
+                              src->Data[MapEdge(y - t, h, mode) * src->WidthStep + MapEdge(x - l, w, mode) * c + k])
                         << "at " << x << "," << y << " of " << w << "x" << h << "x" << c;
                 }
         EXPECT_TRUE(std::equal(before.begin(), before.end(), src->Data));
@@ -82,8 +68,7 @@ TEST(GetPadImage, MatchesDirectConstruction) {
 }
 
 TEST(GetPadImage, ZeroPadsCopyTheImage) {
-    Matrix* src = MakeRandom(5, 3, 3);
-    Matrix* out = nullptr;
+    Matrix *src = MakeRandom(5, 3, 3), *out = nullptr;
     ASSERT_EQ(GetPadImage(src, &out, 0, 0, 0, 0, EDGE_REFLECT), STATUS_OK);
     EXPECT_EQ(out->WidthStep, src->WidthStep);
     for (int y = 0; y < 3; ++y)
@@ -93,8 +78,7 @@ TEST(GetPadImage, ZeroPadsCopyTheImage) {
 }
 
 TEST(GetPadImage, RejectsBadArguments) {
-    Matrix* src = MakeRandom(4, 4, 1);
-    Matrix* out = nullptr;
+    Matrix *src = MakeRandom(4, 4, 1), *out = nullptr;
     EXPECT_EQ(GetPadImage(nullptr, &out, 1, 1, 1, 1, 0), STATUS_NULL_REFERENCE);
     EXPECT_EQ(GetPadImage(src, &out, 1, 1, 1, -1, 0), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(out, nullptr);  // nothing created

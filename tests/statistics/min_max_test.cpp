@@ -2,7 +2,7 @@
 // clipped to the image.
 #include <algorithm>
 
-#include "common/test_util.h"
+#include "common/reference.h"
 #include "statistics/statistics.h"
 #include "velomar.h"
 
@@ -40,85 +40,65 @@ Image BlockyImage(int w, int h, int c, int padding) {
 }
 
 TEST(MinMaxValue, MatchDirectScan) {
-    for (int trial = 0; trial < 160; ++trial) {
+    for (int trial = 0; trial < 160 && !HasFailure(); ++trial) {
         const int c = trial % 2 ? 3 : 1;
-        const int w = trial < 8 ? 1 + trial % 2 : vtest::RandomInt(1, 70);
-        const int h = vtest::RandomInt(1, 40);
+        const int w = trial < 8 ? 1 + trial % 2 : vtest::RandomInt(1, 70), h = vtest::RandomInt(1, 40);
         const int r = trial < 20 ? trial / 4 : vtest::RandomInt(0, trial % 5 ? 12 : 80);
         int padding = vtest::RandomInt(0, 4);
         if ((w * c + padding) / w != c) padding = 0;
-        Image src = trial % 3 ? BlockyImage(w, h, c, padding) : vtest::RandomImage(w, h, c, padding);
-        const Image before = src;
-        for (bool take_max : {false, true}) {
-            Image dst(w, h, c, padding, 0x5C);
-            const std::vector<uint8_t> want = DirectExtreme(src, r, take_max, c, dst.bytes);
-            (take_max ? MaxValue : MinValue)(src.data(), dst.data(), w, h, src.stride, r);
-            if (!take_max) {
-                ASSERT_TRUE(vtest::BytesEqual(want, dst.bytes)) << w << "x" << h << " c" << c << " r" << r;
-            } else {
-                // Padding bytes come out as the source's (complemented twice).
-                std::vector<uint8_t> expect = DirectExtreme(src, r, true, c, src.bytes);
-                ASSERT_TRUE(vtest::BytesEqual(expect, dst.bytes)) << w << "x" << h << " c" << c << " r" << r;
-            }
-            Image inplace = src;
-            (take_max ? MaxValue : MinValue)(inplace.data(), inplace.data(), w, h, src.stride, r);
-            ASSERT_TRUE(vtest::BytesEqual(DirectExtreme(src, r, take_max, c, src.bytes), inplace.bytes));
-        }
-        ASSERT_TRUE(vtest::BytesEqual(before.bytes, src.bytes));
+        const Image src = trial % 3 ? BlockyImage(w, h, c, padding) : vtest::RandomImage(w, h, c, padding);
+        for (bool take_max : {false, true})
+            // The maximum's padding bytes come out as the source's (complemented twice).
+            EXPECT_TRUE(vtest::MatchesBothWays(
+                src, Image(w, h, c, padding, 0x5C),
+                [&](const uint8_t* s, uint8_t* d) { (take_max ? MaxValue : MinValue)(s, d, w, h, src.stride, r); },
+                [&](std::vector<uint8_t> d) { return DirectExtreme(src, r, take_max, c, take_max ? src.bytes : d); }))
+                << w << "x" << h << " c" << c << " r" << r << (take_max ? " max" : " min");
     }
 }
 
 // Four bytes per pixel are walked three bytes apart, like other three-channel
 // filters; bytes past 3 * Width are left alone.
 TEST(MinMaxValue, FourByteRowsWalkThreeBytesPerPixel) {
-    Image src = vtest::RandomImage(12, 9, 4);
-    Image as3(12, 9, 3, 12);
+    Image src = vtest::RandomImage(12, 9, 4), as3(12, 9, 3, 12), dst(12, 9, 4, 0, 0x42);
     as3.bytes = src.bytes;
-    Image dst(12, 9, 4, 0, 0x42);
     MinValue(src.data(), dst.data(), 12, 9, src.stride, 2);
-    EXPECT_TRUE(vtest::BytesEqual(DirectExtreme(as3, 2, false, 3, dst.bytes), dst.bytes));
-    for (int y = 0; y < 9; ++y)
-        for (int k = 36; k < 48; ++k) EXPECT_EQ(0x42, dst.bytes[size_t(y) * 48 + k]);
+    EXPECT_TRUE(vtest::BytesEqual(DirectExtreme(as3, 2, false, 3, Image(12, 9, 4, 0, 0x42).bytes), dst.bytes));
 }
 
 TEST(RangeFilter, MaxMinusMinIncludingPadding) {
-    for (int trial = 0; trial < 40; ++trial) {
+    for (int trial = 0; trial < 40 && !HasFailure(); ++trial) {
         const int c = trial % 2 ? 3 : 1;
-        const int w = vtest::RandomInt(1, 40), h = vtest::RandomInt(1, 30);
-        const int r = vtest::RandomInt(0, 15);
+        const int w = vtest::RandomInt(1, 40), h = vtest::RandomInt(1, 30), r = vtest::RandomInt(0, 15);
         int padding = vtest::RandomInt(1, 3);
         if ((w * c + padding) / w != c) padding = 0;
-        Image src = BlockyImage(w, h, c, padding);
+        const Image src = BlockyImage(w, h, c, padding);
         const std::vector<uint8_t> hi = DirectExtreme(src, r, true, c, src.bytes);
-        const std::vector<uint8_t> lo = DirectExtreme(src, r, false, c, std::vector<uint8_t>(src.bytes.size(), 0));
-        std::vector<uint8_t> want(hi.size());
-        for (size_t i = 0; i < want.size(); ++i) want[i] = uint8_t(hi[i] - lo[i]);
-        Image dst(w, h, c, padding, 0x99);
-        RangeFilter(src.data(), dst.data(), w, h, src.stride, r);
-        ASSERT_TRUE(vtest::BytesEqual(want, dst.bytes)) << w << "x" << h << " r" << r;
-        RangeFilter(src.data(), src.data(), w, h, src.stride, r);
-        ASSERT_TRUE(vtest::BytesEqual(want, src.bytes));
+        std::vector<uint8_t> want = DirectExtreme(src, r, false, c, std::vector<uint8_t>(hi.size(), 0));
+        for (size_t i = 0; i < want.size(); ++i) want[i] = uint8_t(hi[i] - want[i]);
+        EXPECT_TRUE(vtest::MatchesBothWays(
+            src, Image(w, h, c, padding, 0x99),
+            [&](const uint8_t* s, uint8_t* d) { RangeFilter(s, d, w, h, src.stride, r); },
+            [&](const std::vector<uint8_t>&) { return want; }))
+            << w << "x" << h << " r" << r;
     }
 }
 
 TEST(MinMaxValue, RadiusZeroCopiesAndRefusals) {
-    Image src = vtest::RandomImage(13, 6, 3, 2);
-    Image dst(13, 6, 3, 2, 0x11);
+    Image src = vtest::RandomImage(13, 6, 3, 2), dst(13, 6, 3, 2, 0x11), range = dst;
     MinValue(src.data(), dst.data(), 13, 6, src.stride, 0);
-    for (int y = 0; y < 6; ++y)
-        for (int x = 0; x < 39; ++x) EXPECT_EQ(src.at(0, y, x), dst.at(0, y, x));
-    Image range(13, 6, 3, 2, 0x11);
     RangeFilter(src.data(), range.data(), 13, 6, src.stride, 0);
     for (int y = 0; y < 6; ++y)
-        for (int x = 0; x < 39; ++x) EXPECT_EQ(0, range.at(0, y, x));
+        for (int x = 0; x < 39; ++x) {
+            EXPECT_EQ(src.at(0, y, x), dst.at(0, y, x));
+            EXPECT_EQ(0, range.at(0, y, x));
+        }
     // A negative radius and a two-byte layout write nothing.
-    Image two = vtest::RandomImage(8, 3, 2);
-    Image out(8, 3, 2, 0, 0x11);
-    const Image untouched = out;
+    Image two = vtest::RandomImage(8, 3, 2), out(8, 3, 2, 0, 0x11);
     MinValue(src.data(), out.data(), 8, 3, 16, -1);
     MaxValue(two.data(), out.data(), 8, 3, 16, 1);
     RangeFilter(two.data(), out.data(), 8, 3, 16, 1);
-    EXPECT_TRUE(vtest::BytesEqual(untouched.bytes, out.bytes));
+    EXPECT_TRUE(vtest::AllBytes(out.bytes, 0x11));
 }
 
 }  // namespace

@@ -1,0 +1,79 @@
+// Shared pieces of the direct reference formulations: the border rule, the
+// neighbourhood of a pixel, the x86 truncating conversion, and a harness that
+// runs a filter out of place and in place against a direct result.
+#pragma once
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <vector>
+
+#include "common/test_util.h"
+
+namespace vtest {
+
+// The border rule written out literally: replicate (mode 0) clamps; any other
+// mode mirrors without repeating the edge pixel, folding by whole sizes.
+inline int MapEdge(int64_t p, int64_t n, int mode) {
+    if (p >= 0 && p < n) return int(p);
+    if (mode == 0) return p < 0 ? 0 : int(n - 1);
+    if (p < 0) {
+        int64_t v = -p;
+        while (v >= n) v -= n;
+        return int(v);
+    }
+    int64_t v = 2 * n - p - 2;
+    while (v < 0) v += n;
+    return int(v);
+}
+
+inline int Reflect(int64_t p, int64_t n) { return MapEdge(p, n, 1); }
+
+// Byte offset of channel `c` of pixel (x, y) when pixels lie `walk` bytes apart.
+inline size_t Offset(const Image& img, int x, int y, int walk, int c) {
+    return size_t(y) * img.stride + size_t(x) * walk + c;
+}
+
+// The (2r+1)^2 samples of channel `c` around (x, y), row by row, borders
+// mapped by `mode`, pixels `walk` bytes apart.
+inline std::vector<int> Neighbourhood(const Image& src, int x, int y, int c, int r, int mode,
+                                      int walk) {
+    std::vector<int> v;
+    v.reserve(size_t(2 * r + 1) * size_t(2 * r + 1));
+    for (int dy = -r; dy <= r; ++dy)
+        for (int dx = -r; dx <= r; ++dx)
+            v.push_back(src.bytes[Offset(src, MapEdge(x + dx, src.width, mode),
+                                         MapEdge(y + dy, src.height, mode), walk, c)]);
+    return v;
+}
+
+// The x86 truncating conversion to 32 bits: NaN and values out of range give
+// the most negative integer.
+inline int32_t TruncI32(double v) {
+    if (!(v > -2147483649.0 && v < 2147483648.0)) return INT32_MIN;
+    return int32_t(v);
+}
+inline uint8_t TruncClamp(double v) { return uint8_t(std::clamp(TruncI32(v), 0, 255)); }
+
+inline ::testing::AssertionResult AllBytes(const std::vector<uint8_t>& v, uint8_t value) {
+    for (size_t i = 0; i < v.size(); ++i)
+        if (v[i] != value)
+            return ::testing::AssertionFailure() << "byte " << i << " is " << int(v[i]) << ", not " << int(value);
+    return ::testing::AssertionSuccess();
+}
+
+// Runs `run(src, dest)` over a copy of `dest` and then in place over a copy of
+// `src`; both must equal `direct(bytes Dest held on entry)`, and Src must stay
+// as it was.
+template <class Run, class Direct>
+::testing::AssertionResult MatchesBothWays(const Image& src, const Image& dest, Run run, Direct direct) {
+    Image in = src, out = dest;
+    run(in.data(), out.data());
+    if (auto r = BytesEqual(direct(dest.bytes), out.bytes); !r) return r << " (separate Dest)";
+    if (in.bytes != src.bytes) return ::testing::AssertionFailure() << "source modified";
+    run(in.data(), in.data());
+    if (auto r = BytesEqual(direct(src.bytes), in.bytes); !r) return r << " (in place)";
+    return ::testing::AssertionSuccess();
+}
+
+}  // namespace vtest
