@@ -48,7 +48,8 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& r : runs) {
-            if (r.error_occurred) continue;
+            // With repetitions, the median stands for the benchmark.
+            if (r.error_occurred || (!r.aggregate_name.empty() && r.aggregate_name != "median")) continue;
             std::string name = r.benchmark_name();
             name = name.substr(0, name.find("/min_time:"));
             ms_[name] = r.GetAdjustedRealTime();
