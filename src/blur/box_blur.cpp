@@ -5,14 +5,11 @@
 #include <cmath>
 
 #include "blur/blur.h"
+#include "blur/box_mean.h"
 
 namespace velomar {
 
 namespace {
-
-// Source index of border position p on an axis of n samples (replicate clamps,
-// reflect mirrors without repeating the edge sample and wraps by whole sizes).
-inline int32_t EdgeIndex(int64_t p, int32_t n, int32_t EdgeMode) { return MapEdgeIndex(p, n, EdgeMode); }
 
 // Adds to counts[i] the number of integers t in [lo, hi] with t mod n == i.
 void AddResidues(int64_t lo, int64_t hi, int32_t n, uint32_t* counts) {
@@ -168,8 +165,8 @@ void BuildTables(int32_t n, int32_t radius, int32_t EdgeMode, Tables& t) {
     t.sub.Reset(size_t(n));
     t.counts.Reset(size_t(n));
     for (int32_t i = 0; i < n; ++i) {
-        t.add[i] = EdgeIndex(int64_t(i) + radius, n, EdgeMode);
-        t.sub[i] = EdgeIndex(int64_t(i) - radius - 1, n, EdgeMode);
+        t.add[i] = MapEdgeIndex(int64_t(i) + radius, n, EdgeMode);
+        t.sub[i] = MapEdgeIndex(int64_t(i) - radius - 1, n, EdgeMode);
     }
     WindowCounts(n, radius, EdgeMode, t.counts.data());
 }
@@ -521,7 +518,7 @@ void BoxBlurFast(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heigh
     Buffer<int32_t> border(size_t(2 * Radius + 1));
     for (int32_t j = 0; j <= 2 * Radius; ++j) {
         const int64_t k = j <= Radius ? j : int64_t(Width) + j;
-        border[j] = EdgeIndex(k - Radius - 1, Width, EdgeMode);
+        border[j] = MapEdgeIndex(k - Radius - 1, Width, EdgeMode);
     }
     Buffer<uint16_t> ext(size_t(extent) * C, true);
     uint16_t* col = ext.data() + size_t(Radius + 1) * C;
@@ -589,49 +586,18 @@ void BoxBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, i
 void BoxBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Height,
                    int32_t Stride, int32_t Radius, int32_t EdgeMode) {
     if (!Src || !Dest || Width <= 0 || Height <= 0 || Stride < Width || Radius < 0) return;
+    // Later rows still read rows that earlier output rows overwrite in place.
     Buffer<double> copy;
     if (Src == Dest) {
         copy.Reset(ImageBytes(Height, Stride));
         std::memcpy(copy.data(), Src, ImageBytes(Height, Stride) * sizeof(double));
         Src = copy.data();
     }
-    const int32_t side = static_cast<int32_t>(2 * static_cast<uint32_t>(Radius) + 1);
-    const int32_t area = static_cast<int32_t>(static_cast<uint32_t>(side) * static_cast<uint32_t>(side));
-    const double inv = 1.0 / area;
-    Buffer<double> colsum(size_t(Width), true);
-    Buffer<int32_t> colAdd{size_t(Width)}, colSub{size_t(Width)};
-    for (int32_t x = 0; x < Width; ++x) {
-        colAdd[x] = EdgeIndex(int64_t(x) + Radius, Width, EdgeMode);
-        colSub[x] = EdgeIndex(int64_t(x) - Radius - 1, Width, EdgeMode);
-    }
+    BoxMeanRows<1> means(Width, Height, Radius, EdgeMode);
+    const PlaneRows rows{Src, size_t(Stride)};
     for (int32_t y = 0; y < Height; ++y) {
-        double* col = colsum.data();
-        if (y == 0) {
-            for (int64_t p = -int64_t(Radius); p <= Radius; ++p) {
-                const double* s = Src + size_t(EdgeIndex(p, Height, EdgeMode)) * Stride;
-                int32_t x = 0;
-                for (; x + 2 <= Width; x += 2)
-                    _mm_store_pd(col + x, _mm_add_pd(_mm_load_pd(col + x), _mm_loadu_pd(s + x)));
-                for (; x < Width; ++x) col[x] += s[x];
-            }
-        } else {
-            // Each column: sum - (leaving - entering).
-            const double* sa = Src + size_t(EdgeIndex(int64_t(y) + Radius, Height, EdgeMode)) * Stride;
-            const double* ss = Src + size_t(EdgeIndex(int64_t(y) - Radius - 1, Height, EdgeMode)) * Stride;
-            int32_t x = 0;
-            for (; x + 2 <= Width; x += 2)
-                _mm_store_pd(col + x, _mm_sub_pd(_mm_load_pd(col + x),
-                                                 _mm_sub_pd(_mm_loadu_pd(ss + x), _mm_loadu_pd(sa + x))));
-            for (; x < Width; ++x) col[x] = col[x] - (ss[x] - sa[x]);
-        }
-        double* d = Dest + size_t(y) * Stride;
-        double s = 0.0;
-        for (int64_t p = -int64_t(Radius); p <= Radius; ++p) s += colsum[EdgeIndex(p, Width, EdgeMode)];
-        d[0] = s * inv;
-        for (int32_t x = 1; x < Width; ++x) {
-            s = s - (colsum[colSub[x]] - colsum[colAdd[x]]);
-            d[x] = s * inv;
-        }
+        double* out[1] = {Dest + size_t(y) * Stride};
+        means.Next(rows, out);
     }
 }
 

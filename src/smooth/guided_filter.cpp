@@ -7,13 +7,12 @@
 // passes: the first stream keeps running sums of p, I * I, I and I * p and
 // turns each finished row of means into a row of coefficients a and b; the
 // second keeps running sums of a and b, a few rows behind, and turns each row
-// into output. The sums are updated exactly as BoxBlurDouble updates its own
-// (columns first, by the difference of the leaving and the entering row; then
-// along the row the same way), so every mean, and the result, has the same
-// bits as the plane-by-plane formulation.
+// into output. Both streams are the library's one double box mean, the one
+// behind BoxBlurDouble, so every mean, and the result, has the same bits as
+// the plane-by-plane formulation.
 #include <algorithm>
 
-#include "blur/blur.h"
+#include "blur/box_mean.h"
 #include "smooth/smooth.h"
 
 namespace velomar {
@@ -22,94 +21,9 @@ namespace {
 
 constexpr double kByteToUnit = 0.00392156862745098;  // 1 / 255
 
-inline int32_t Replicate(int64_t p, int32_t n) {
-    return static_cast<int32_t>(p < 0 ? 0 : (p >= n ? n - 1 : p));
-}
-
-// Box means with replicated edges of K planes of Width x Height values, row
-// after row. The planes are not stored: a source hands over the K rows of
-// values at a given row index.
-template <int K>
-class BoxMeanRows {
-public:
-    BoxMeanRows(int32_t width, int32_t height, int32_t radius)
-        : width_(width), height_(height), radius_(radius), colsum_(size_t(K) * width, true),
-          entering_(size_t(K) * width), leaving_(size_t(K) * width), add_(size_t(width)),
-          sub_(size_t(width)) {
-        const int32_t side = static_cast<int32_t>(2 * static_cast<uint32_t>(radius) + 1);
-        const int32_t area = static_cast<int32_t>(static_cast<uint32_t>(side) * static_cast<uint32_t>(side));
-        inverseArea_ = 1.0 / area;
-        for (int32_t x = 0; x < width; ++x) {
-            add_[x] = Replicate(int64_t(x) + radius, width);
-            sub_[x] = Replicate(int64_t(x) - radius - 1, width);
-        }
-    }
-
-    // Means of the next row into means[k][0 .. Width). Source::Rows(row,
-    // scratch, rows) points rows[k] at the values of plane k in that row,
-    // filling scratch[k] (Width values) if it has to.
-    template <class Source>
-    void Next(Source& source, double* const* means) {
-        double* col[K];
-        for (int k = 0; k < K; ++k) col[k] = colsum_.data() + size_t(k) * width_;
-        double* entering[K];
-        double* leaving[K];
-        for (int k = 0; k < K; ++k) {
-            entering[k] = entering_.data() + size_t(k) * width_;
-            leaving[k] = leaving_.data() + size_t(k) * width_;
-        }
-        const double* in[K];
-        const double* out[K];
-        if (y_ == 0) {
-            for (int64_t p = -int64_t(radius_); p <= radius_; ++p) {
-                source.Rows(Replicate(p, height_), entering, in);
-                for (int k = 0; k < K; ++k)
-                    for (int32_t x = 0; x < width_; ++x) col[k][x] += in[k][x];
-            }
-        } else {
-            source.Rows(Replicate(int64_t(y_) + radius_, height_), entering, in);
-            source.Rows(Replicate(int64_t(y_) - radius_ - 1, height_), leaving, out);
-            for (int k = 0; k < K; ++k) {
-                double* c = col[k];
-                const double* a = in[k];
-                const double* s = out[k];
-                int32_t x = 0;
-                for (; x + 2 <= width_; x += 2)
-                    _mm_storeu_pd(c + x, _mm_sub_pd(_mm_loadu_pd(c + x),
-                                                    _mm_sub_pd(_mm_loadu_pd(s + x), _mm_loadu_pd(a + x))));
-                for (; x < width_; ++x) c[x] = c[x] - (s[x] - a[x]);
-            }
-        }
-        double sum[K];
-        for (int k = 0; k < K; ++k) sum[k] = 0.0;
-        for (int64_t p = -int64_t(radius_); p <= radius_; ++p) {
-            const int32_t i = Replicate(p, width_);
-            for (int k = 0; k < K; ++k) sum[k] += col[k][i];
-        }
-        for (int k = 0; k < K; ++k) means[k][0] = sum[k] * inverseArea_;
-        const int32_t* add = add_.data();
-        const int32_t* sub = sub_.data();
-        for (int32_t x = 1; x < width_; ++x) {
-            const int32_t a = add[x], s = sub[x];
-            for (int k = 0; k < K; ++k) {
-                sum[k] = sum[k] - (col[k][s] - col[k][a]);
-                means[k][x] = sum[k] * inverseArea_;
-            }
-        }
-        ++y_;
-    }
-
-private:
-    int32_t width_, height_, radius_;
-    int32_t y_ = 0;
-    double inverseArea_;
-    Buffer<double> colsum_, entering_, leaving_;
-    Buffer<int32_t> add_, sub_;
-};
-
 // Where p and I come from: double planes with pitch Width, or one channel of
 // an 8-bit buffer converted by v / 255 as it is read.
-struct PlaneRows {
+struct DoubleRows {
     const double* plane;
     int32_t width;
     const double* Row(int32_t y, double*) const { return plane + size_t(y) * size_t(width); }
@@ -203,8 +117,8 @@ template <int K, class RowSource, class Emit>
 void RunGuided(const RowSource& input, const RowSource& guide, int32_t Width, int32_t Height, int32_t Radius,
                double Epsilon, Emit&& emit) {
     ModelInputs<RowSource, K> inputs{input, guide, Width};
-    BoxMeanRows<K> first(Width, Height, Radius);
-    BoxMeanRows<2> second(Width, Height, Radius);
+    BoxMeanRows<K> first(Width, Height, Radius, EDGE_REPLICATE);
+    BoxMeanRows<2> second(Width, Height, Radius, EDGE_REPLICATE);
     CoefficientRing ring(Width, Height, Radius);
     Buffer<double> meanRows(size_t(K + 2) * size_t(Width)), guideRow{size_t(Width)};
     double* means[K];
@@ -265,7 +179,7 @@ void GuidedFilterCore(const double* Input, const double* Guide, double* Output, 
     auto emit = [&](int32_t y, const double* meanA, const double* meanB, const double* g) {
         ApplyModel(meanA, meanB, g, Output + size_t(y) * size_t(Width), Width);
     };
-    const PlaneRows inRows{input, Width}, guideRows{guide, Width};
+    const DoubleRows inRows{input, Width}, guideRows{guide, Width};
     if (input == guide)
         RunGuided<2>(inRows, guideRows, Width, Height, Radius, Epsilon, emit);
     else

@@ -125,16 +125,25 @@ TEST(BoxBlur, MeanTruncatesAtEveryQuotientBoundary) {
 // minus the difference of leaving and entering values).
 std::vector<double> RunningBox(const std::vector<double>& src, int w, int h, int stride, int r, int edge) {
     std::vector<double> out(src.size(), -7.0), col(size_t(w), 0.0);
-    const double inv = 1.0 / ((2 * r + 1) * (2 * r + 1));
+    const double inv = 1.0 / int32_t(uint32_t(2 * r + 1) * uint32_t(2 * r + 1));  // 32-bit area
+    // Border positions of the window, mapped once (repeated folding by whole
+    // sizes is the remainder).
+    auto fold = [edge](int64_t p, int n) {
+        if (p >= 0 && p < n) return int(p);
+        if (edge == 0) return p < 0 ? 0 : n - 1;
+        return p < 0 ? int(-p % n) : int(((2 * int64_t(n) - p - 2) % n + n) % n);
+    };
+    std::vector<int> rowOf, colOf;
+    for (int64_t p = -int64_t(r); p <= r; ++p) rowOf.push_back(fold(p, h)), colOf.push_back(fold(p, w));
     auto at = [&](int y, int x) { return src[size_t(MapEdge(y, h, edge)) * stride + x]; };
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x)
             if (y == 0)
-                for (int p = -r; p <= r; ++p) col[x] += at(p, x);
+                for (int row : rowOf) col[x] += src[size_t(row) * stride + x];
             else
                 col[x] = col[x] - (at(y - r - 1, x) - at(y + r, x));
         double s = 0;
-        for (int p = -r; p <= r; ++p) s += col[MapEdge(p, w, edge)];
+        for (int c : colOf) s += col[c];
         out[size_t(y) * stride] = s * inv;
         for (int x = 1; x < w; ++x) {
             s = s - (col[MapEdge(x - r - 1, w, edge)] - col[MapEdge(x + r, w, edge)]);
@@ -174,4 +183,22 @@ TEST(BoxBlurDouble, MeanOfTheBoxWithDefinedDrift) {
     }
 }
 
+// Windows far wider than the image: the border runs are summed in time that
+// does not depend on their length, and must still give the bits of the
+// addition-by-addition sum: non-negative values under both rules, values of
+// both signs where the run repeats one value (replicated edges).
+TEST(BoxBlurDouble, HugeRadiusKeepsTheSequentialSum) {
+    for (int r : {40, 3001, 1 << 20})
+        for (int kind = 0; kind < 3; ++kind) {
+            const int w = RandomInt(1, 6), h = RandomInt(1, 6), edge = kind == 1 ? 0 : RandomInt(0, 1);
+            std::vector<double> src(size_t(w) * h), dst(src.size());
+            for (double& v : src)
+                v = kind == 0 ? RandomInt(0, 255) / 255.0
+                              : kind == 1 ? std::ldexp(RandomInt(0, 1 << 30), -22) - 100.0 : RandomInt(0, 3) * 1e-300;
+            velomar::BoxBlurDouble(src.data(), dst.data(), w, h, w, r, edge);
+            ASSERT_EQ(RunningBox(src, w, h, w, r, edge), dst) << "r " << r << " kind " << kind << " " << w << "x" << h;
+        }
+}
+
 }  // namespace
+
