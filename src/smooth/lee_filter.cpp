@@ -52,7 +52,8 @@ inline void LeeFour(const uint8_t* s, uint8_t* d, const uint32_t* v, __m128i n) 
 void LeeCore(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
              int32_t Radius, int32_t NoiseVariance, int32_t values) {
     Buffer<uint32_t> variance(ImageBytes(Height, Stride));
-    LocalMeanVariance(Src, variance.data(), Dest, Width, Height, Stride, Radius, EDGE_REFLECT);
+    if (!LocalMeanVariance(Src, variance.data(), Dest, Width, Height, Stride, Radius, EDGE_REFLECT))
+        return;  // declined (a radius past the engine's limit): nothing is written
 
     int32_t N = NoiseVariance;
     if (N == 0) {

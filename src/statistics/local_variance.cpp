@@ -120,15 +120,15 @@ void MeanVarianceLayout(const uint8_t* Src, uint32_t* Variance, uint8_t* Mean, i
 
 }  // namespace
 
-void LocalMeanVariance(const uint8_t* Src, uint32_t* Variance, uint8_t* Mean, int32_t Width,
+bool LocalMeanVariance(const uint8_t* Src, uint32_t* Variance, uint8_t* Mean, int32_t Width,
                        int32_t Height, int32_t Stride, int32_t Radius, int32_t EdgeMode) {
-    if (!RawArgsValid(Src, Variance, Width, Height, Stride)) return;
+    if (!RawArgsValid(Src, Variance, Width, Height, Stride)) return false;
     // A negative radius has no neighbourhood, and one past the limit above
     // dwarfs any image: nothing is written.
-    if (Radius < 0 || Radius > kMaxVarianceRadius) return;
+    if (Radius < 0 || Radius > kMaxVarianceRadius) return false;
     const bool grey = BytesPerPixel(Width, Stride) == 1;
     // The three-channel walk needs three bytes per pixel in every row.
-    if (!grey && (!ThreeBytesFit(Width, Stride) || !Mean)) return;
+    if (!grey && (!ThreeBytesFit(Width, Stride) || !Mean)) return false;
 
     std::memset(Variance, 0, ImageBytes(Height, Stride) * sizeof(uint32_t));
     Buffer<int32_t> column_index(static_cast<size_t>(Width) + 2 * size_t(Radius));
@@ -144,21 +144,20 @@ void LocalMeanVariance(const uint8_t* Src, uint32_t* Variance, uint8_t* Mean, in
         MeanVarianceLayout<3>(source.get(), Variance, Mean, Width, Height, Stride, Radius,
                               column_index.data(), row_offset.data());
     }
+    return true;
 }
 
 void StdFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
                int32_t Radius, int32_t EdgeMode) {
     if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
-    // Same refusals as the engine, so Dest is never filled from an unset array.
-    if (Radius < 0 || Radius > kMaxVarianceRadius) return;
-    if (BytesPerPixel(Width, Stride) != 1 && !ThreeBytesFit(Width, Stride)) return;
-
+    const size_t bytes = ImageBytes(Height, Stride);
+    Buffer<uint32_t> variance(bytes);
+    // Where the engine declines, so does the filter: Dest is never filled from
+    // an unset array.
+    if (!LocalMeanVariance(Src, variance.data(), Dest, Width, Height, Stride, Radius, EdgeMode)) return;
     Buffer<uint8_t> root(65536);
     for (int32_t i = 0; i < 65536; ++i)
         root[i] = static_cast<uint8_t>(TruncToInt(std::sqrt(i + 0.0)));
-    const size_t bytes = ImageBytes(Height, Stride);
-    Buffer<uint32_t> variance(bytes);
-    LocalMeanVariance(Src, variance.data(), Dest, Width, Height, Stride, Radius, EdgeMode);
     // A variance of bytes never exceeds 127.5^2, well inside the table; the
     // mask only keeps the index provably in range.
     for (size_t i = 0; i < bytes; ++i) Dest[i] = root[variance[i] & 0xFFFF];

@@ -11,8 +11,10 @@ namespace velomar {
 // integer arithmetic. Variance has Height * Stride entries indexed like the
 // image bytes (padding positions 0). In the three-channel layout each m is
 // also written to Mean at the pixel's byte; in the grey layout Mean is not
-// written.
-void LocalMeanVariance(const uint8_t* Src, uint32_t* Variance, uint8_t* Mean, int32_t Width,
+// written. Returns false, having written nothing, for arguments it declines
+// (null buffers, an empty image, a short Stride or two-byte layout, Radius
+// outside 0 .. 32767); a caller must then decline too.
+bool LocalMeanVariance(const uint8_t* Src, uint32_t* Variance, uint8_t* Mean, int32_t Width,
                        int32_t Height, int32_t Stride, int32_t Radius, int32_t EdgeMode);
 
 // Internal forms of the exports (same arguments, same results).

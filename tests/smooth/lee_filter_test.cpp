@@ -90,4 +90,14 @@ TEST(LeeAdditvieNoiseFilter, RejectedCallsWriteNothing) {
     EXPECT_TRUE(vtest::AllBytes(dest.bytes, 9));
 }
 
+// The statistics engine declines radii past 32767; the filter once went on
+// with its unfilled variance array and wrote bytes that changed from call to
+// call.
+TEST(LeeAdditvieNoiseFilter, RadiusTheStatisticsDeclineWritesNothing) {
+    const Image src = vtest::RandomImage(76, 15, 1, 1);
+    Image dest(76, 15, 1, 1, 9);
+    for (int noise : {0, 10}) velomar::LeeAdditvieNoiseFilter(src.data(), dest.data(), 76, 15, 77, 32768, noise);
+    EXPECT_TRUE(vtest::AllBytes(dest.bytes, 9));
+}
+
 }  // namespace
