@@ -74,10 +74,9 @@ Status ApplyCurveTablesMatrix(const Matrix* Src, Matrix* Dest, const uint8_t* Ta
                               const uint8_t* TableGreen, const uint8_t* TableRed) {
     Status s = MatrixPreamble(Src, Dest, TableBlue && TableGreen && TableRed);
     if (s != STATUS_OK) return s;
-    if (Src->Width < 1 || Src->Height < 1 || Src->WidthStep < 1) return STATUS_OK;
     if (Src->Channel == 1) {
         MapRun(Src->Data, Dest->Data, ImageBytes(Src->Height, Src->WidthStep), TableBlue);
-    } else if (Src->Channel == 3 && Src->WidthStep >= 3 * Src->Width) {
+    } else if (Src->Channel == 3) {
         MapPixels(Src->Data, Dest->Data, Src->Width, Src->Height, size_t(Src->WidthStep),
                   TableBlue, TableGreen, TableRed);
     }

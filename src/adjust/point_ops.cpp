@@ -19,7 +19,6 @@ void BuildGammaTable(double gamma, Table table) {
 Status InvertMatrix(const Matrix* Src, Matrix* Dest) {
     Status s = MatrixPreamble(Src, Dest);
     if (s != STATUS_OK) return s;
-    if (Src->Height < 1 || Src->WidthStep < 1) return STATUS_OK;
     // Every byte, alpha and padding included.
     const size_t n = ImageBytes(Src->Height, Src->WidthStep);
     const uint8_t* src = Src->Data;
@@ -169,21 +168,22 @@ void AdjustBrightnessAndContrast(const uint8_t* Src, uint8_t* Dest, int32_t Widt
         for (int32_t k = used; k < Stride; ++k) sum -= Src[size_t(y) * Stride + k];
     const int32_t mean = static_cast<int32_t>(sum / (int64_t(used) * Height));
 
+    // Offsets and products are taken in 64 bits: extreme Brightness or
+    // Contrast values clamp instead of overflowing.
+    const int64_t mean64 = mean;
     Table table;
     for (int32_t i = 0; i < 256; ++i) {
+        const int32_t v = static_cast<int32_t>(std::clamp<int64_t>(int64_t(i) + Brightness, 0, 255));
         if (Contrast == 100) {
-            const int32_t v = std::clamp(i + Brightness, 0, 255);
             table[i] = mean < v ? 255 : 0;
         } else if (Contrast >= 0) {
             // Contrast above 100 makes k negative: an inverting stretch.
-            const int32_t v = std::clamp(i + Brightness, 0, 255);
             const int32_t k = 10000 / (100 - Contrast) - 100;
             const double r = v + k * (v - mean) / 100.0;
             table[i] = static_cast<uint8_t>(TruncToInt(std::clamp(r, 0.0, 255.0)));
         } else {
-            int32_t t = i + ((i - mean) * Contrast) / 100;
-            t = std::clamp(t, 0, 255);
-            table[i] = ClampByte(t + Brightness);
+            const int64_t t = std::clamp<int64_t>(i + ((i - mean64) * Contrast) / 100, 0, 255);
+            table[i] = static_cast<uint8_t>(std::clamp<int64_t>(t + Brightness, 0, 255));
         }
     }
     ApplyCurveTables(Src, Dest, Width, Height, Stride, table, table, table);

@@ -170,10 +170,17 @@ inline int32_t GuardedStatus(F&& body) noexcept {
 // Element size in bytes of a depth code, 0 for an unknown code.
 int32_t DepthElementSize(int32_t Depth);
 
+// Whether a record can describe its own 8-bit pixels: Width and Height at
+// least 1, Channel 1..4, and WidthStep at least Width * Channel bytes. (Other
+// depths are refused later by their own check and never read, so their rows
+// are measured in bytes too.)
+bool RecordDescribesPixels(const Matrix* m);
+
 // The validation every Matrix-form operation runs first, returning at the
 // first failure: null records or Data (and extra required pointers) -> 3,
-// a shape difference (Width, Height, Channel, Depth, WidthStep) -> 5, the
-// operation's own parameter check -> 4, a non-8-bit depth -> 8.
+// a shape difference (Width, Height, Channel, Depth, WidthStep) -> 5, a
+// record that cannot describe its pixels or the operation's own parameter
+// check -> 4, a non-8-bit depth -> 8.
 using MatrixParamCheck = bool (*)(const Matrix* Src, const void* Context);
 Status MatrixPreamble(const Matrix* Src, const Matrix* Dest, bool ExtraPointersPresent = true,
                       MatrixParamCheck ParamsOk = nullptr, const void* Context = nullptr);

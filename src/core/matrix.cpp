@@ -15,6 +15,11 @@ int32_t DepthElementSize(int32_t Depth) {
     }
 }
 
+bool RecordDescribesPixels(const Matrix* m) {
+    if (m->Width < 1 || m->Height < 1 || m->Channel < 1 || m->Channel > 4) return false;
+    return int64_t(m->WidthStep) >= int64_t(m->Width) * m->Channel;
+}
+
 Status MatrixPreamble(const Matrix* Src, const Matrix* Dest, bool ExtraPointersPresent,
                       MatrixParamCheck ParamsOk, const void* Context) {
     if (!Src || !Dest) return STATUS_NULL_REFERENCE;
@@ -23,6 +28,8 @@ Status MatrixPreamble(const Matrix* Src, const Matrix* Dest, bool ExtraPointersP
         Src->Channel != Dest->Channel || Src->Depth != Dest->Depth ||
         Src->WidthStep != Dest->WidthStep)
         return STATUS_SIZE_MISMATCH;
+    // Malformed records are bad parameters: nothing may be read through them.
+    if (!RecordDescribesPixels(Src)) return STATUS_INVALID_PARAMETER;
     if (ParamsOk && !ParamsOk(Src, Context)) return STATUS_INVALID_PARAMETER;
     if (Src->Depth != DEPTH_8U || Dest->Depth != DEPTH_8U) return STATUS_NOT_SUPPORTED;
     return STATUS_OK;
@@ -45,12 +52,14 @@ static Status CreateMatrix(int32_t Width, int32_t Height, int32_t Depth, int32_t
     m->Channel = Channel;
     // Row length rule: pad every row to a multiple of 4 bytes. Computed wide so
     // that sizes beyond 32 bits fail as an allocation instead of wrapping.
-    int64_t step = ((int64_t(element) * Width * Channel * 8 + 31) / 32) * 4;
-    int64_t bytes = step * Height;
+    // (Width, Channel and the element size are bounded, so the step cannot
+    // overflow 64 bits; the step times Height is only formed once the step is
+    // known to fit 32 bits.)
+    const int64_t step = ((int64_t(element) * Width * Channel * 8 + 31) / 32) * 4;
     m->WidthStep = static_cast<int32_t>(step);
     m->Data = nullptr;
-    if (step <= INT32_MAX && static_cast<uint64_t>(bytes) <= SIZE_MAX / 2)
-        m->Data = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(bytes)));
+    if (step <= INT32_MAX && static_cast<uint64_t>(step * Height) <= SIZE_MAX / 2)
+        m->Data = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(step * Height)));
     if (!m->Data) {
         // *Out keeps the released address; callers must not use it after a
         // non-zero result.

@@ -17,7 +17,8 @@ Status BuildPadIndexTable(int32_t Left, int32_t Width, int32_t Height, int32_t R
 static Status PadImage(const Matrix* Src, Matrix** Out, int32_t Left, int32_t Right, int32_t Top,
                        int32_t Bottom, int32_t EdgeMode) {
     if (!Src || !Src->Data) return STATUS_NULL_REFERENCE;
-    if (Src->Depth != DEPTH_8U || Left < 0 || Right < 0 || Top < 0 || Bottom < 0)
+    if (Src->Depth != DEPTH_8U || Left < 0 || Right < 0 || Top < 0 || Bottom < 0 ||
+        !RecordDescribesPixels(Src))
         return STATUS_INVALID_PARAMETER;
     // Sizes that do not fit a record's 32-bit fields are out of range.
     int64_t outWidth = int64_t(Left) + Src->Width + Right;

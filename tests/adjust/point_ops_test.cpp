@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 
 #include "adjust/adjust.h"
@@ -164,21 +165,24 @@ int TopRowMean(const Image& img) {
     return sum / (used * img.height);
 }
 
+// Extreme offsets and contrasts (once signed overflows) clamp like any other.
 TEST(AdjustBrightnessAndContrast, MatchesDirectCurveAboutTheTopRowMean) {
-    for (auto [b, c] : {std::pair{0, 0}, {20, 50}, {-30, 100}, {10, -40}, {0, 150}, {-5, 99}}) {
+    for (auto [b, c] : {std::pair{0, 0}, {20, 50}, {-30, 100}, {10, -40}, {0, 150}, {-5, 99}, {0, INT_MIN},
+                        {INT_MAX, 0}, {INT_MAX, 50}, {INT_MIN, -50}, {INT_MAX, -1}, {7, INT_MAX}}) {
         Image src = vtest::RandomImage(9, 6, 3, 2);
         int m = TopRowMean(src);
         EXPECT_LT(m, 60);  // only one of six rows contributes
         uint8_t table[256];
         for (int i = 0; i < 256; ++i) {
-            int v = std::clamp(i + b, 0, 255);
+            const int64_t v = std::clamp<int64_t>(int64_t(i) + b, 0, 255);
             if (c == 100) {
                 table[i] = m < v ? 255 : 0;
             } else if (c >= 0) {
-                double r = v + (10000 / (100 - c) - 100) * (v - m) / 100.0;
+                double r = double(v) + (10000 / (100 - c) - 100) * (v - m) / 100.0;
                 table[i] = uint8_t(int(std::clamp(r, 0.0, 255.0)));
             } else {
-                table[i] = uint8_t(std::clamp(std::clamp(i + (i - m) * c / 100, 0, 255) + b, 0, 255));
+                const int64_t t = std::clamp<int64_t>(i + (i - m) * int64_t(c) / 100, 0, 255);
+                table[i] = uint8_t(std::clamp<int64_t>(t + b, 0, 255));
             }
         }
         Image out = src;

@@ -2,6 +2,7 @@
 // exposal against the per-byte rule.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <algorithm>
 
 #include "adjust/adjust.h"
@@ -75,11 +76,11 @@ TEST(SoftGlow, MatchesDirectScreenBlend) {
 
 TEST(SoftGlow, BlackGlowKeepsSourceWhiteGlowSaturatesGreyIsNotWritten) {
     auto src = vtest::RandomSmoothImage(23, 14, 3, 2);
-    // Contrast 100 thresholds at the mean: brightness -255 makes every glow
-    // byte 0, brightness +255 makes every one 255.
+    // Contrast 100 thresholds at the mean: the lowest brightness makes every
+    // glow byte 0, the highest makes every one 255 (without overflowing).
     auto dark = vtest::RandomImage(23, 14, 3, 2), light = dark;
-    SoftGlow(src.data(), dark.data(), 23, 14, src.stride, 4, -255, 100);
-    SoftGlow(src.data(), light.data(), 23, 14, src.stride, 4, 255, 100);
+    SoftGlow(src.data(), dark.data(), 23, 14, src.stride, 4, INT_MIN, 100);
+    SoftGlow(src.data(), light.data(), 23, 14, src.stride, 4, INT_MAX, 100);
     EXPECT_TRUE(vtest::BytesEqual(src.bytes, dark.bytes));
     for (int y = 0; y < 14; ++y)
         for (int x = 0; x < 23; ++x)

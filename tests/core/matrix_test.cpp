@@ -1,6 +1,7 @@
 // Matrix records: creation, release, the shared preamble's status order.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <tuple>
 
 #include "common/test_util.h"
@@ -49,6 +50,8 @@ TEST(CreateMatrix, FailedPixelAllocationReportsOutOfMemory) {
     // A row length beyond 32 bits fails the same way instead of wrapping.
     m = nullptr;
     EXPECT_EQ(VL_CreateMatrix(1 << 28, 1, DEPTH_64F, 1, &m), STATUS_OUT_OF_MEMORY);
+    // The largest request: its size is never formed in a type it overflows.
+    EXPECT_EQ(VL_CreateMatrix(INT_MAX, INT_MAX, DEPTH_64F, 4, &m), STATUS_OUT_OF_MEMORY);
 }
 
 TEST(FreeMatrix, ReportsMissingRecordAndMissingData) {
@@ -86,6 +89,25 @@ TEST(MatrixPreamble, ReportsTheFirstFailingCheck) {
     EXPECT_EQ(Desaturate(&s16, &d16), STATUS_INVALID_PARAMETER);
 
     for (uint8_t v : b) EXPECT_EQ(v, 0);  // nothing written on any rejection
+}
+
+// Records that cannot describe their own pixels once made Invert, Posterize
+// and Desaturate walk outside them or report success. They are bad parameters,
+// reported after the shape comparison and before the depth.
+TEST(MatrixPreamble, MalformedRecordsAreBadParameters) {
+    uint8_t a[64] = {}, b[64] = {};
+    struct Shape { int w, h, step, channel; };
+    for (Shape bad : {Shape{0, 4, 4, 1}, {4, 0, 4, 1}, {4, 4, 4, 0}, {4, 4, 36, 9}, {7, 5, 7, 3}, {7, 5, 7, 4},
+                      {7, 5, -8, 3}, {-3, 2, 4, 1}}) {
+        Matrix src{bad.w, bad.h, bad.step, bad.channel, DEPTH_8U, a, 0}, dst = src;
+        dst.Data = b;
+        EXPECT_EQ(Invert(&src, &dst), STATUS_INVALID_PARAMETER) << bad.w << "x" << bad.h << " step " << bad.step;
+        EXPECT_EQ(Posterize(&src, &dst, 4), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(Desaturate(&src, &dst), STATUS_INVALID_PARAMETER);
+        src.Depth = dst.Depth = DEPTH_16S;  // still a parameter error, not a depth one
+        EXPECT_EQ(Invert(&src, &dst), STATUS_INVALID_PARAMETER);
+    }
+    for (uint8_t v : b) ASSERT_EQ(v, 0);
 }
 
 }  // namespace

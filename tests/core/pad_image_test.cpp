@@ -94,4 +94,19 @@ TEST(GetPadImage, RejectsBadArguments) {
     VL_FreeMatrix(&src);
 }
 
+// Records that cannot describe their pixels once divided by zero, read before
+// Data or over-read a short row; they are rejected before anything is made.
+TEST(GetPadImage, MalformedRecordsAreBadParameters) {
+    uint8_t pixels[64] = {};
+    struct Shape { int w, h, step, channel; };
+    for (Shape bad : {Shape{0, 4, 4, 1}, {4, 0, 4, 1}, {-3, 2, 4, 1}, {5, 4, 5, 3}, {4, 4, 4, 5}, {2, 2, -4, 1}})
+        for (int edge : {0, 1}) {
+            const Matrix src{bad.w, bad.h, bad.step, bad.channel, DEPTH_8U, pixels, 0};
+            Matrix* out = nullptr;
+            EXPECT_EQ(GetPadImage(&src, &out, 5, 1, 2, 1, edge), STATUS_INVALID_PARAMETER)
+                << bad.w << "x" << bad.h << " step " << bad.step;
+            EXPECT_EQ(out, nullptr);
+        }
+}
+
 }  // namespace
