@@ -3,7 +3,7 @@
 JOBS ?= 2
 GALLERY ?= gallery
 
-.PHONY: demo test bench windows clean
+.PHONY: demo test valgrind bench windows clean
 
 # Main job: build the library and the host, and write the gallery page.
 demo:
@@ -22,6 +22,13 @@ test:
 	cmake --preset sanitize > /dev/null
 	cmake --build build/sanitize -j $(JOBS)
 	ctest --test-dir build/sanitize --output-on-failure
+
+# The whole suite under valgrind's memcheck (uninitialised values, leaks).
+valgrind:
+	bash scripts/install-deps.sh build valgrind
+	cmake --preset release > /dev/null
+	cmake --build build/release -j $(JOBS)
+	bash scripts/valgrind.sh build/release
 
 # Benchmarks at 1920x1080 with OpenCV peers side by side (peers are skipped
 # when OpenCV cannot be installed).

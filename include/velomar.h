@@ -245,8 +245,9 @@ VL_API void VL_CALL ReduceNoise(const unsigned char* Src, unsigned char* Dest, i
 /* ---- Local statistics --------------------------------------------------- */
 
 /* Minimum / maximum / maximum minus minimum over the box clipped to the
- * image. Only Width pixels per row are written by MinValue and MaxValue;
- * RangeFilter also writes the row padding. */
+ * image. MinValue writes only the Width pixels of each row; MaxValue also
+ * copies Src's row padding into Dest's (it works on the complement of the
+ * whole buffer); RangeFilter also writes the row padding. */
 VL_API void VL_CALL MinValue(const unsigned char* Src, unsigned char* Dest, int32_t Width,
                              int32_t Height, int32_t Stride, int32_t Radius);
 VL_API void VL_CALL MaxValue(const unsigned char* Src, unsigned char* Dest, int32_t Width,
@@ -266,7 +267,9 @@ VL_API void VL_CALL EntropyFilter(const unsigned char* Src, unsigned char* Dest,
 
 /* Average of Count copies displaced by Distance pixels in directions spread
  * around a circle, rotated by Angle degrees; borders mirror. 1, 3 or 4 bytes
- * per pixel (4: alpha-weighted, fully transparent samples leave Dest alone). */
+ * per pixel (4: alpha-weighted, fully transparent samples leave Dest alone).
+ * The time grows with Count times the number of pixels: every copy is read
+ * for every pixel. */
 VL_API void VL_CALL Fragment(const unsigned char* Src, unsigned char* Dest, int32_t Width,
                              int32_t Height, int32_t Stride, int32_t Count, int32_t Distance,
                              double Angle);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian machine lacks for the given jobs, from Debian's
-# packages. Usage: install-deps.sh [build] [windows] [wine] [bench]
+# packages. Usage: install-deps.sh [build] [windows] [wine] [bench] [valgrind]
 set -euo pipefail
 
 declare -A groups=(
@@ -8,6 +8,7 @@ declare -A groups=(
   [windows]="g++-mingw-w64-i686 g++-mingw-w64-x86-64 googletest"
   [wine]="wine64"
   [bench]="libopencv-dev libopencv-contrib-dev"
+  [valgrind]="valgrind"
 )
 
 want=()

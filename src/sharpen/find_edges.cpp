@@ -92,10 +92,15 @@ void FindEdges(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
     // Every output is read from the bordered copy, so Src may be Dest.
     const int32_t n = Width * c;
     const size_t bordered_stride = size_t(n) + 2 * size_t(c);
-    Buffer<uint8_t> bordered((size_t(Height) + 2) * bordered_stride + 16);
+    // The vector walk may load up to 16 bytes past the last row and fill 8
+    // spare squares; results never depend on them, but they are set so that
+    // nothing uninitialised is ever read.
+    const size_t bordered_bytes = (size_t(Height) + 2) * bordered_stride;
+    Buffer<uint8_t> bordered(bordered_bytes + 16);
+    std::memset(bordered.data() + bordered_bytes, 0, 16);
     CopyWithBorder(Width, Height, Src, bordered.data(), Height, Stride);
 
-    Buffer<uint16_t> squares(size_t(n) + 8);
+    Buffer<uint16_t> squares(size_t(n) + 8, true);
     const uint8_t* t = table.data();
     for (int32_t y = 0; y < Height; ++y) {
         const uint8_t* top = bordered.data() + size_t(y) * bordered_stride + c;
