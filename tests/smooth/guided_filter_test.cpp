@@ -151,4 +151,24 @@ TEST(GuidedFilter, UnusableArgumentsWriteNothing) {
     EXPECT_TRUE(vtest::AllBytes(out.bytes, 0x3C));
 }
 
+// Radii far beyond the image once made the first window of every box mean
+// walk the whole radius (seconds to minutes on 16 x 16). They now cost the
+// image's size; the results must still repeat exactly, in place too.
+TEST(GuidedFilter, HugeRadiiCostTheImageNotTheRadius) {
+    const vtest::Image src = vtest::RandomImage(16, 16, 1);
+    auto twice = [&](auto filter) {
+        vtest::Image a = src, b = src, in = src;
+        filter(src.data(), a.data());
+        filter(src.data(), b.data());
+        filter(in.data(), in.data());
+        EXPECT_EQ(a.bytes, b.bytes);
+        EXPECT_EQ(a.bytes, in.bytes);
+    };
+    for (int r : {1 << 24, INT32_MAX}) {
+        twice([&](const uint8_t* s, uint8_t* d) { GuidedFilter(s, s, d, 16, 16, 16, r, 0.01); });
+        for (int edge : {0, 1}) twice([&](const uint8_t* s, uint8_t* d) { Wiener2(s, d, 16, 16, 16, r, 0, edge); });
+    }
+    twice([&](const uint8_t* s, uint8_t* d) { BilateralFilter(s, s, d, 16, 16, 16, 0, 1e9, 30, 0); });
+}
+
 }  // namespace
