@@ -18,14 +18,6 @@ void BoxBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Heigh
 void GaussBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Height,
                      int32_t Stride, double Sigma);
 
-// Copies bytes 0, 1, 2 of each three-byte pixel into three unpadded planes of
-// Width * Height bytes, and back. Bytes of a row beyond 3 * Width are neither
-// read nor written.
-void SplitPlanes(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride,
-                 uint8_t* Plane0, uint8_t* Plane1, uint8_t* Plane2);
-void MergePlanes(const uint8_t* Plane0, const uint8_t* Plane1, const uint8_t* Plane2,
-                 int32_t Width, int32_t Height, int32_t Stride, uint8_t* Dest);
-
 // Internal forms of the exports (same arguments, same results).
 void BoxBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
              int32_t Radius, int32_t EdgeMode);

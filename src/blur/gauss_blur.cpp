@@ -223,27 +223,15 @@ void LanesToRows(const uint8_t* t, int32_t n, uint8_t* const rows[16]) {
 
 }  // namespace
 
-// Flushes subnormal results to zero while the 8-bit blur runs and restores the
-// caller's control word afterwards. Behind a bright edge a long dark run lets
-// the recursion decay into the subnormal range, where arithmetic is many times
-// slower. The bytes cannot change: every value involved starts from whole
-// numbers, so subnormals only arise from that decay; they are far below half
-// an ulp of any value that truncates to a non-zero integer, so they vanish when
-// added to one, and a value that stays that small truncates to 0 either way.
-class FlushSubnormals {
-public:
-    FlushSubnormals() : saved_(_mm_getcsr()) { _mm_setcsr(saved_ | 0x8000u); }
-    ~FlushSubnormals() { _mm_setcsr(saved_); }
-    FlushSubnormals(const FlushSubnormals&) = delete;
-    FlushSubnormals& operator=(const FlushSubnormals&) = delete;
-
-private:
-    unsigned saved_;
-};
-
 void GuassBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
                double Sigma) {
     if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
+    // Subnormals are flushed while the 8-bit blur runs: behind a bright edge a
+    // long dark run lets the recursion decay into them. The bytes cannot
+    // change: every value starts from whole numbers, so subnormals only arise
+    // from that decay; they are far below half an ulp of any value that
+    // truncates to a non-zero integer, so they vanish when added to one, and a
+    // value that stays that small truncates to 0 either way.
     const FlushSubnormals flush;
     const int32_t C = BytesPerPixel(Width, Stride) == 1 ? 1 : 3;
     // Two bytes per pixel would walk past the row: nothing is written.

@@ -4,6 +4,8 @@
 #include <algorithm>
 
 #include "blur/blur.h"
+#include "core/neighbourhood.h"
+#include "core/planes.h"
 
 namespace velomar {
 
@@ -16,34 +18,22 @@ using MedianRowFn = void (*)(const uint16_t*, const uint16_t*, int32_t, int32_t,
 
 // ---- 16-counter histogram arithmetic, eight 16-bit lanes at a time ------------
 
-inline __m128i Load(const uint16_t* p, int half) {
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(p) + half);
-}
-inline void Store(uint16_t* p, int half, __m128i v) {
-    _mm_store_si128(reinterpret_cast<__m128i*>(p) + half, v);
-}
-
-inline void Add16(uint16_t* acc, const uint16_t* h) {
-    Store(acc, 0, _mm_add_epi16(Load(acc, 0), Load(h, 0)));
-    Store(acc, 1, _mm_add_epi16(Load(acc, 1), Load(h, 1)));
-}
-
 // acc += add - sub in one pass: the sliding step of a fine segment.
 inline void SubAdd16(uint16_t* acc, const uint16_t* sub, const uint16_t* add) {
-    Store(acc, 0, _mm_add_epi16(_mm_sub_epi16(Load(acc, 0), Load(sub, 0)), Load(add, 0)));
-    Store(acc, 1, _mm_add_epi16(_mm_sub_epi16(Load(acc, 1), Load(sub, 1)), Load(add, 1)));
+    Store16(acc, 0, _mm_add_epi16(_mm_sub_epi16(Load16(acc, 0), Load16(sub, 0)), Load16(add, 0)));
+    Store16(acc, 1, _mm_add_epi16(_mm_sub_epi16(Load16(acc, 1), Load16(sub, 1)), Load16(add, 1)));
 }
 
 // acc += h * factor, modulo 65536 per counter.
 inline void MulAdd16(uint16_t* acc, const uint16_t* h, int32_t factor) {
     const __m128i f = _mm_set1_epi16(static_cast<int16_t>(factor));
-    Store(acc, 0, _mm_add_epi16(Load(acc, 0), _mm_mullo_epi16(Load(h, 0), f)));
-    Store(acc, 1, _mm_add_epi16(Load(acc, 1), _mm_mullo_epi16(Load(h, 1), f)));
+    Store16(acc, 0, _mm_add_epi16(Load16(acc, 0), _mm_mullo_epi16(Load16(h, 0), f)));
+    Store16(acc, 1, _mm_add_epi16(Load16(acc, 1), _mm_mullo_epi16(Load16(h, 1), f)));
 }
 
 inline void Clear16(uint16_t* acc) {
-    Store(acc, 0, _mm_setzero_si128());
-    Store(acc, 1, _mm_setzero_si128());
+    Store16(acc, 0, _mm_setzero_si128());
+    Store16(acc, 1, _mm_setzero_si128());
 }
 
 // First of 16 counters (h0: 0..7, h1: 8..15) at which the running total,
@@ -62,8 +52,8 @@ inline int32_t FirstAbove(__m128i h0, __m128i h1, __m128i start, __m128i above,
     // Lane 7 of the lower half carries into every lane of the upper half.
     const __m128i carry = _mm_shufflehi_epi16(h0, 0xFF);
     h1 = _mm_add_epi16(h1, _mm_unpackhi_epi64(carry, carry));
-    Store(running, 0, h0);
-    Store(running, 1, h1);
+    Store16(running, 0, h0);
+    Store16(running, 1, h1);
     // above - total saturates to 0 exactly where total >= above.
     const __m128i zero = _mm_setzero_si128();
     const uint32_t reached =
@@ -95,11 +85,11 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
     // Running totals of a search land in running[8..23]; running[7] stays 0,
     // so running[7 + k] is the total of the bins below k.
     alignas(16) uint16_t running[kBins + 8] = {};
-    __m128i c0 = Load(coarse, 0), c1 = Load(coarse, 1);
+    __m128i c0 = Load16(coarse, 0), c1 = Load16(coarse, 1);
     for (int32_t j = 0; j < Width; ++j) {
         const uint16_t* in = cc + size_t(std::min(j + Radius, Width - 1)) * kBins;
-        c0 = _mm_add_epi16(c0, Load(in, 0));
-        c1 = _mm_add_epi16(c1, Load(in, 1));
+        c0 = _mm_add_epi16(c0, Load16(in, 0));
+        c1 = _mm_add_epi16(c1, Load16(in, 1));
 
         // Coarse search: k is the first bin whose running total exceeds T,
         // below the total of the bins before it.
@@ -132,12 +122,12 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
         lastColumn[k] = e;
 
         const uint16_t* out = cc + size_t(std::max(j - Radius, 0)) * kBins;
-        c0 = _mm_sub_epi16(c0, Load(out, 0));
-        c1 = _mm_sub_epi16(c1, Load(out, 1));
+        c0 = _mm_sub_epi16(c0, Load16(out, 0));
+        c1 = _mm_sub_epi16(c1, Load16(out, 1));
 
         // Fine search, continuing the running total from the bins below k.
         const __m128i start = _mm_set1_epi16(static_cast<int16_t>(below));
-        const int32_t b = FirstAbove(Load(seg, 0), Load(seg, 1), start, above, running + 8);
+        const int32_t b = FirstAbove(Load16(seg, 0), Load16(seg, 1), start, above, running + 8);
         Dest[j] = static_cast<uint8_t>(16 * k + b);
     }
 }
@@ -217,8 +207,8 @@ void MedianPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t D
 
 void MedianBlurPath(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                     int32_t Stride, int32_t Radius, int32_t Percent, bool AllowAvx2) {
-    // Radius 0 or above 127 (16-bit counters) leaves Dest untouched.
-    if (static_cast<uint32_t>(Radius) - 1u > 126u) return;
+    // Radius 0 or past the 16-bit counters' limit leaves Dest untouched.
+    if (Radius < 1 || Radius > kMaxHistogramRadius) return;
     // Null buffers, an empty image or a Stride shorter than Width: return
     // without touching memory.
     if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
@@ -229,20 +219,15 @@ void MedianBlurPath(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t He
     const int32_t T = RankThreshold(Radius, Percent);
     const bool avx2 = AllowAvx2 && MedianAvx2Supported();
 
-    InPlaceCopy source(Src, Dest, ImageBytes(Height, Stride));
     if (channels == 1) {
+        InPlaceCopy source(Src, Dest, ImageBytes(Height, Stride));
         MedianPlane(source.get(), Stride, Dest, Stride, Width, Height, Radius, T, avx2);
         return;
     }
-    // Colour (and four-byte) pixels: bytes 0, 1, 2 filtered as separate
-    // planes; each buffer holds a plane and then its filtered result.
-    const size_t planeBytes = size_t(Width) * size_t(Height);
-    Buffer<uint8_t> p0(2 * planeBytes), p1(2 * planeBytes), p2(2 * planeBytes);
-    SplitPlanes(source.get(), Width, Height, Stride, p0.data(), p1.data(), p2.data());
-    for (uint8_t* p : {p0.data(), p1.data(), p2.data()})
-        MedianPlane(p, Width, p + planeBytes, Width, Width, Height, Radius, T, avx2);
-    MergePlanes(p0.data() + planeBytes, p1.data() + planeBytes, p2.data() + planeBytes, Width,
-                Height, Stride, Dest);
+    // Colour (and four-byte) pixels: bytes 0, 1, 2 filtered as separate planes.
+    FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
+        MedianPlane(in, Width, out, Width, Width, Height, Radius, T, avx2);
+    });
 }
 
 void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,

@@ -1,39 +1,16 @@
 // Rank sharpening: every pixel is pushed away from a rank statistic of its
 // square neighbourhood, read from a sliding 256-bin histogram.
-#include "blur/blur.h"
+#include "core/neighbourhood.h"
+#include "core/planes.h"
 #include "sharpen/sharpen.h"
 
 namespace velomar {
 
 namespace {
 
-// 16-bit counters bound the neighbourhood to fewer than 65536 samples.
-constexpr int32_t kMaxRadius = 127;
-
 // Coarse bins of 16 fine bins each, kept beside the fine histograms so the rank
 // scan walks at most 16 + 16 bins instead of 256.
 constexpr int kCoarseBins = 16;
-
-inline void CoarseAdd(uint16_t* acc, const uint16_t* h) {
-    auto* a = reinterpret_cast<__m128i*>(acc);
-    auto* b = reinterpret_cast<const __m128i*>(h);
-    _mm_store_si128(a, _mm_add_epi16(_mm_load_si128(a), _mm_load_si128(b)));
-    _mm_store_si128(a + 1, _mm_add_epi16(_mm_load_si128(a + 1), _mm_load_si128(b + 1)));
-}
-
-inline void CoarseSub(uint16_t* acc, const uint16_t* h) {
-    auto* a = reinterpret_cast<__m128i*>(acc);
-    auto* b = reinterpret_cast<const __m128i*>(h);
-    _mm_store_si128(a, _mm_sub_epi16(_mm_load_si128(a), _mm_load_si128(b)));
-    _mm_store_si128(a + 1, _mm_sub_epi16(_mm_load_si128(a + 1), _mm_load_si128(b + 1)));
-}
-
-// Inclusive running totals of eight 16-bit lanes.
-inline __m128i RunningTotals(__m128i v) {
-    v = _mm_add_epi16(v, _mm_slli_si128(v, 2));
-    v = _mm_add_epi16(v, _mm_slli_si128(v, 4));
-    return _mm_add_epi16(v, _mm_slli_si128(v, 8));
-}
 
 // Among 16 consecutive bins h[0..15], with `before` samples in the bins ahead
 // of them, finds the first bin whose running total reaches target (there must
@@ -43,8 +20,8 @@ inline __m128i RunningTotals(__m128i v) {
 inline int32_t FirstReaching(const uint16_t* h, uint32_t target, uint32_t& before) {
     const __m128i base = _mm_set1_epi16(static_cast<int16_t>(before));
     const __m128i lo =
-        _mm_add_epi16(RunningTotals(_mm_load_si128(reinterpret_cast<const __m128i*>(h))), base);
-    __m128i hi = RunningTotals(_mm_load_si128(reinterpret_cast<const __m128i*>(h + 8)));
+        _mm_add_epi16(RunningTotals8(_mm_load_si128(reinterpret_cast<const __m128i*>(h))), base);
+    __m128i hi = RunningTotals8(_mm_load_si128(reinterpret_cast<const __m128i*>(h + 8)));
     hi = _mm_add_epi16(
         hi, _mm_unpackhi_epi64(_mm_shufflehi_epi16(lo, 0xFF), _mm_shufflehi_epi16(lo, 0xFF)));
     const __m128i flip = _mm_set1_epi16(static_cast<int16_t>(0x8000));
@@ -127,15 +104,15 @@ void SharpenPlane(const uint8_t* src, uint8_t* dst, int32_t width, int32_t heigh
                 for (int32_t k = 0; k < span; ++k) {
                     const size_t col = size_t(column_index[k]);
                     HistogramAdd(hist.data(), fine.data() + col * kHistogramBins);
-                    CoarseAdd(hist_coarse.data(), coarse.data() + col * kCoarseBins);
+                    Add16(hist_coarse.data(), coarse.data() + col * kCoarseBins);
                 }
             } else {
                 const size_t in = size_t(column_index[x + 2 * radius]);  // column x + radius
                 const size_t out = size_t(column_index[x - 1]);          // column x - radius - 1
                 HistogramAdd(hist.data(), fine.data() + in * kHistogramBins);
                 HistogramSub(hist.data(), fine.data() + out * kHistogramBins);
-                CoarseAdd(hist_coarse.data(), coarse.data() + in * kCoarseBins);
-                CoarseSub(hist_coarse.data(), coarse.data() + out * kCoarseBins);
+                Add16(hist_coarse.data(), coarse.data() + in * kCoarseBins);
+                Sub16(hist_coarse.data(), coarse.data() + out * kCoarseBins);
             }
 
             // M: the smallest m whose bins 0 .. m - 1 hold at least T samples,
@@ -157,17 +134,11 @@ void SharpenByHistgram(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t
     if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
     // A Radius outside 0..127 would overflow the 16-bit counters (or name no
     // neighbourhood at all): Dest is left untouched.
-    if (Radius < 0 || Radius > kMaxRadius) return;
+    if (Radius < 0 || Radius > kMaxHistogramRadius) return;
     if (BytesPerPixel(Width, Stride) == 3) {
-        const size_t plane = size_t(Width) * size_t(Height);
-        Buffer<uint8_t> in(3 * plane), out(3 * plane);
-        SplitPlanes(Src, Width, Height, Stride, in.data(), in.data() + plane,
-                    in.data() + 2 * plane);
-        for (int k = 0; k < 3; ++k)
-            SharpenPlane(in.data() + k * plane, out.data() + k * plane, Width, Height, Width,
-                         Radius);
-        MergePlanes(out.data(), out.data() + plane, out.data() + 2 * plane, Width, Height, Stride,
-                    Dest);
+        FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
+            SharpenPlane(in, out, Width, Height, Width, Radius);
+        });
         return;
     }
     // Every other layout is one plane: the first Width bytes of every row.

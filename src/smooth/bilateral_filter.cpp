@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "blur/blur.h"
+#include "core/planes.h"
 #include "smooth/smooth.h"
 
 namespace velomar {
@@ -337,21 +338,18 @@ void BilateralFilter(const uint8_t* Src, const uint8_t* Guide, uint8_t* Dest, in
     // Colour: three-byte pixels; a two-byte layout would leave the row, so
     // nothing is written.
     if (!ThreeBytesFit(Width, Stride)) return;
+    // Pixels the filter does not write (a constant guide plane writes none)
+    // keep what Dest held.
     const size_t n = size_t(Width) * size_t(Height);
     const bool sameGuide = Src == Guide;
-    Buffer<uint8_t> src(3 * n), guide(sameGuide ? 1 : 3 * n), out(3 * n);
-    SplitPlanes(Src, Width, Height, Stride, src.data(), src.data() + n, src.data() + 2 * n);
+    Buffer<uint8_t> guide(sameGuide ? 1 : 3 * n);
     if (!sameGuide)
         SplitPlanes(Guide, Width, Height, Stride, guide.data(), guide.data() + n,
                     guide.data() + 2 * n);
-    // Pixels the filter does not write (a constant guide plane writes none)
-    // keep what Dest held.
-    SplitPlanes(Dest, Width, Height, Stride, out.data(), out.data() + n, out.data() + 2 * n);
-    const uint8_t* g = sameGuide ? src.data() : guide.data();
-    for (size_t c = 0; c < 3; ++c)
-        FilterPlane(src.data() + c * n, g + c * n, out.data() + c * n, Width, Height, Width,
-                    Downsample, SigmaSpatial, SigmaRange, useGaussian, planes);
-    MergePlanes(out.data(), out.data() + n, out.data() + 2 * n, Width, Height, Stride, Dest);
+    FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t c, const uint8_t* in, uint8_t* out) {
+        FilterPlane(in, sameGuide ? in : guide.data() + c * n, out, Width, Height, Width, Downsample,
+                    SigmaSpatial, SigmaRange, useGaussian, planes);
+    });
 }
 
 }  // namespace velomar

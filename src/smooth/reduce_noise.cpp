@@ -3,17 +3,13 @@
 // the pixel steps the other way, less for bright pixels.
 #include <emmintrin.h>
 
-#include "blur/blur.h"
-#include "sharpen/sharpen.h"
+#include "core/neighbourhood.h"
+#include "core/planes.h"
 #include "smooth/smooth.h"
 
 namespace velomar {
 
 namespace {
-
-// The neighbourhood histograms count in 16 bits: (2 * 127 + 1)^2 = 65025 is
-// the largest neighbourhood they hold.
-constexpr int32_t kMaxRadius = 127;
 
 inline int32_t HorizontalSum(__m128i acc) {
     acc = _mm_add_epi16(acc, _mm_srli_si128(acc, 8));
@@ -126,21 +122,16 @@ void ReduceNoise(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heigh
                  int32_t Stride, int32_t Radius, int32_t Amount) {
     // Null buffers and empty images return without writing; so does a radius
     // outside 0 ... 127, whose neighbourhood the 16-bit counters cannot hold.
-    if (!RawArgsValid(Src, Dest, Width, Height, Stride) || Radius < 0 || Radius > kMaxRadius)
+    if (!RawArgsValid(Src, Dest, Width, Height, Stride) || Radius < 0 || Radius > kMaxHistogramRadius)
         return;
     if (BytesPerPixel(Width, Stride) != 3) {
         ReduceGrey(Src, Dest, Width, Height, Stride, Radius, Amount);
         return;
     }
-    // Three bytes per pixel: each channel as its own plane, rotating through
-    // four buffers so that no plane is filtered onto itself.
-    const size_t count = size_t(Width) * size_t(Height);
-    Buffer<uint8_t> a(count), b(count), c(count), d(count);
-    SplitPlanes(Src, Width, Height, Stride, a.data(), b.data(), c.data());
-    ReducePlane(a.data(), d.data(), Width, Height, Width, Radius, Amount);
-    ReducePlane(b.data(), a.data(), Width, Height, Width, Radius, Amount);
-    ReducePlane(c.data(), b.data(), Width, Height, Width, Radius, Amount);
-    MergePlanes(d.data(), a.data(), b.data(), Width, Height, Stride, Dest);
+    // Three bytes per pixel: each channel as its own plane.
+    FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
+        ReducePlane(in, out, Width, Height, Width, Radius, Amount);
+    });
 }
 
 }  // namespace velomar

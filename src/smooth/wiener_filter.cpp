@@ -3,6 +3,7 @@
 #include <emmintrin.h>
 
 #include "blur/blur.h"
+#include "core/planes.h"
 #include "smooth/smooth.h"
 
 namespace velomar {
@@ -121,16 +122,11 @@ void Wiener2(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, i
         return;
     }
     // Three bytes per pixel: each channel on its own, with its own noise
-    // estimate. The planes rotate through four buffers so that no plane is
-    // filtered onto itself.
-    const size_t count = size_t(Width) * size_t(Height);
-    Buffer<uint8_t> a(count), b(count), c(count), d(count);
-    WienerScratch scratch(count);
-    SplitPlanes(Src, Width, Height, Stride, a.data(), b.data(), c.data());
-    WienerPlane(a.data(), d.data(), Width, Height, Width, Radius, Noise, EdgeMode, scratch);
-    WienerPlane(b.data(), a.data(), Width, Height, Width, Radius, Noise, EdgeMode, scratch);
-    WienerPlane(c.data(), b.data(), Width, Height, Width, Radius, Noise, EdgeMode, scratch);
-    MergePlanes(d.data(), a.data(), b.data(), Width, Height, Stride, Dest);
+    // estimate.
+    WienerScratch scratch(size_t(Width) * size_t(Height));
+    FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
+        WienerPlane(in, out, Width, Height, Width, Radius, Noise, EdgeMode, scratch);
+    });
 }
 
 }  // namespace velomar

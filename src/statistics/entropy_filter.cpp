@@ -2,15 +2,12 @@
 #include <bit>
 #include <cmath>
 
-#include "sharpen/sharpen.h"
+#include "core/neighbourhood.h"
 #include "statistics/statistics.h"
 
 namespace velomar {
 
 namespace {
-
-// 16-bit counters hold at most 65535 samples: (2 * 127 + 1)^2 = 65025.
-constexpr int32_t kMaxEntropyRadius = 127;
 
 // Neighbourhoods whose sums run side by side; each keeps its own sum in bin
 // order, the group only shares the walk over bins.
@@ -118,7 +115,7 @@ void EntropyFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Hei
     if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
     // A negative radius has no neighbourhood, and past 127 the 16-bit counters
     // would wrap: such calls write nothing.
-    if (Radius < 0 || Radius > kMaxEntropyRadius) return;
+    if (Radius < 0 || Radius > kMaxHistogramRadius) return;
     const bool grey = BytesPerPixel(Width, Stride) == 1;
     // The three-channel walk needs three bytes per pixel in every row.
     if (!grey && !ThreeBytesFit(Width, Stride)) return;

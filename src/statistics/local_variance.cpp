@@ -2,7 +2,7 @@
 // standard-deviation filter, the Lee filter and local contrast enhancement.
 #include <cmath>
 
-#include "sharpen/sharpen.h"
+#include "core/neighbourhood.h"
 #include "statistics/statistics.h"
 
 namespace velomar {

@@ -1,6 +1,5 @@
-// Sliding-histogram helpers: 256-counter adds and subtracts and the border
-// tables of the neighbourhood filters.
-#include "sharpen/sharpen.h"
+// Border tables and 256-counter histogram arithmetic.
+#include "core/neighbourhood.h"
 
 namespace velomar {
 
@@ -31,10 +30,9 @@ void HistogramSub(uint16_t* Accumulator, const uint16_t* Histogram) {
 
 void BuildBorderTables(int32_t Radius, int32_t Width, int32_t Height, int32_t Stride,
                        int32_t EdgeMode, int32_t* ColumnIndex, int32_t* RowOffset) {
-    for (int64_t p = -int64_t(Radius); p < int64_t(Width) + Radius; ++p)
-        ColumnIndex[p + Radius] = MapEdgeIndex(p, Width, EdgeMode);
-    for (int64_t p = -int64_t(Radius); p < int64_t(Height) + Radius; ++p)
-        RowOffset[p + Radius] = MapEdgeIndex(p, Height, EdgeMode) * Stride;
+    // The pad tables with equal pads on every side, rows turned into offsets.
+    BuildPadIndexTable(Radius, Width, Height, Radius, Radius, Radius, EdgeMode, ColumnIndex, RowOffset);
+    for (int64_t k = 0; k < int64_t(Height) + 2 * int64_t(Radius); ++k) RowOffset[k] *= Stride;
 }
 
 }  // namespace velomar

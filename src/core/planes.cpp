@@ -1,5 +1,5 @@
 // Plane split and merge for filters that work one channel at a time.
-#include "blur/blur.h"
+#include "core/planes.h"
 
 namespace velomar {
 

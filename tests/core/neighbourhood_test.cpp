@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "common/reference.h"
-#include "sharpen/sharpen.h"
+#include "core/neighbourhood.h"
 
 namespace {
 
