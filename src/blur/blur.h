@@ -26,14 +26,8 @@ void GuassBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
 void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                 int32_t Stride, int32_t Radius, int32_t Percent);
 
-// The median filter with the AVX2 row walk allowed or not (MedianBlur allows
-// it where the CPU has it); tests run both paths.
-void MedianBlurPath(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
-                    int32_t Stride, int32_t Radius, int32_t Percent, bool AllowAvx2);
-
 // The median row walk in 256-bit form (median_blur_avx2.cpp), same arguments
-// and results as the SSE2 walk; call only where MedianAvx2Supported().
-bool MedianAvx2Supported();
+// and results as the SSE2 walk; called where ActiveIsa() allows AVX2.
 void MedianRowAvx2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_t Radius,
                    int32_t T, uint16_t* coarse, uint16_t* fine, int32_t* lastColumn,
                    uint8_t* Dest);

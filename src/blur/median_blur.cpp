@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "blur/blur.h"
+#include "core/cpu.h"
 #include "core/neighbourhood.h"
 #include "core/planes.h"
 
@@ -205,8 +206,8 @@ void MedianPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t D
 
 }  // namespace
 
-void MedianBlurPath(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
-                    int32_t Stride, int32_t Radius, int32_t Percent, bool AllowAvx2) {
+void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                int32_t Stride, int32_t Radius, int32_t Percent) {
     // Radius 0 or past the 16-bit counters' limit leaves Dest untouched.
     if (Radius < 1 || Radius > kMaxHistogramRadius) return;
     // Null buffers, an empty image or a Stride shorter than Width: return
@@ -217,7 +218,7 @@ void MedianBlurPath(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t He
     // return without writing.
     if (channels != 1 && !ThreeBytesFit(Width, Stride)) return;
     const int32_t T = RankThreshold(Radius, Percent);
-    const bool avx2 = AllowAvx2 && MedianAvx2Supported();
+    const bool avx2 = ActiveIsa() >= Isa::Avx2;
 
     if (channels == 1) {
         InPlaceCopy source(Src, Dest, ImageBytes(Height, Stride));
@@ -228,11 +229,6 @@ void MedianBlurPath(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t He
     FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
         MedianPlane(in, Width, out, Width, Width, Height, Radius, T, avx2);
     });
-}
-
-void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
-                int32_t Stride, int32_t Radius, int32_t Percent) {
-    MedianBlurPath(Src, Dest, Width, Height, Stride, Radius, Percent, true);
 }
 
 }  // namespace velomar

@@ -1,6 +1,6 @@
 // Median blur row walk with each 16-counter histogram in one 256-bit register.
-// Compiled for AVX2 through target attributes only, and called only after
-// MedianAvx2Supported(); results equal the SSE2 walk in median_blur.cpp.
+// Compiled for AVX2 through target attributes only, and called only where the
+// dispatcher allows AVX2; results equal the SSE2 walk in median_blur.cpp.
 #include <immintrin.h>
 
 #include <algorithm>
@@ -43,8 +43,6 @@ VELOMAR_AVX2 inline int32_t FirstAbove(__m256i h, __m256i start, __m256i above,
 }
 
 }  // namespace
-
-bool MedianAvx2Supported() { return __builtin_cpu_supports("avx2"); }
 
 VELOMAR_AVX2 void MedianRowAvx2(const uint16_t* cc, const uint16_t* cf, int32_t Width,
                                 int32_t Radius, int32_t T, uint16_t* coarse, uint16_t* fine,

@@ -35,16 +35,9 @@ void Filter(const Image& src, Image& dst, int radius, int percent) {
     MedianBlur(src.data(), dst.data(), src.width, src.height, src.stride, radius, percent);
 }
 
-// Both row walks: SSE2 only, and AVX2 where the CPU has it.
-class MedianBlurPaths : public ::testing::TestWithParam<bool> {
-protected:
-    void SetUp() override {
-        if (GetParam() && !__builtin_cpu_supports("avx2")) GTEST_SKIP() << "no AVX2 on this CPU";
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(MedianBlur, MedianBlurPaths, ::testing::Values(false, true),
-                         [](const auto& info) { return info.param ? "Avx2" : "Sse2"; });
+// Every row walk the dispatcher can choose on this machine.
+using MedianBlurPaths = vtest::EveryIsa;
+VELOMAR_INSTANTIATE_EVERY_ISA(MedianBlur, MedianBlurPaths);
 
 // Random shape (Width `width` if given): grey padding stays below Width so
 // that Stride / Width is 1.
@@ -56,11 +49,12 @@ Image RandomShape(int channels, int maxSide, bool smooth, int width = 0) {
                   : vtest::RandomImage(w, h, channels, pad);
 }
 
-void CheckPath(const Image& src, int radius, int percent, bool avx2) {
+void CheckPath(const Image& src, int radius, int percent, velomar::Isa isa) {
     const Image before = src;
     Image dst(src.width, src.height, src.channels, src.stride - src.width * src.channels, 0x5A);
     const std::vector<uint8_t> expected = Reference(src, dst.bytes, radius, percent);
-    velomar::MedianBlurPath(src.data(), dst.data(), src.width, src.height, src.stride, radius, percent, avx2);
+    const velomar::ScopedIsaLimit limit(isa);
+    MedianBlur(src.data(), dst.data(), src.width, src.height, src.stride, radius, percent);
     ASSERT_TRUE(vtest::BytesEqual(expected, dst.bytes))
         << src.width << "x" << src.height << "x" << src.channels << " stride " << src.stride
         << " radius " << radius << " percent " << percent;

@@ -6,9 +6,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
+#include <optional>
 #include <vector>
+
+#include "core/cpu.h"
 
 namespace vtest {
 
@@ -28,8 +32,17 @@ struct Image {
     uint8_t at(int x, int y, int c = 0) const { return bytes[size_t(y) * stride + size_t(x) * channels + c]; }
 };
 
+// The random generator, seeded from the running test's full name, so that a
+// failing case reproduces alone under --gtest_filter.
 inline std::mt19937& Rng() {
-    static std::mt19937 rng(12345);
+    static std::mt19937 rng;
+    static std::string seeded_for;
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = test ? std::string(test->test_suite_name()) + "." + test->name() : "";
+    if (name != seeded_for) {
+        seeded_for = name;
+        rng.seed(static_cast<std::mt19937::result_type>(std::hash<std::string>{}(name)));
+    }
     return rng;
 }
 
@@ -74,5 +87,27 @@ inline ::testing::AssertionResult PaddingIntact(const Image& img, uint8_t marker
                 return ::testing::AssertionFailure() << "padding byte changed at row " << y << ", offset " << x;
     return ::testing::AssertionSuccess();
 }
+
+// Parameterised over every instruction set the dispatcher can use on this
+// machine; each test runs with ActiveIsa() narrowed to its parameter (cases
+// wider than the machine are skipped), so every wider path is compared with
+// the same direct reference as the SSE2 baseline.
+class EveryIsa : public ::testing::TestWithParam<velomar::Isa> {
+protected:
+    void SetUp() override {
+        if (GetParam() > velomar::DetectedIsa())
+            GTEST_SKIP() << velomar::IsaName(GetParam()) << " is not available here";
+        limit_.emplace(GetParam());
+    }
+    void TearDown() override { limit_.reset(); }
+
+private:
+    std::optional<velomar::ScopedIsaLimit> limit_;
+};
+
+#define VELOMAR_INSTANTIATE_EVERY_ISA(prefix, fixture)                                                \
+    INSTANTIATE_TEST_SUITE_P(prefix, fixture,                                                         \
+                             ::testing::Values(velomar::Isa::Sse2, velomar::Isa::Avx2, velomar::Isa::Avx512), \
+                             [](const auto& info) { return std::string(velomar::IsaName(info.param)); })
 
 }  // namespace vtest

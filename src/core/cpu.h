@@ -1,0 +1,36 @@
+// The one CPU dispatcher: which instruction set the wider code paths may use.
+#pragma once
+
+namespace velomar {
+
+// Instruction sets in order of width. SSE2 is the baseline every build has.
+enum class Isa : int { Sse2 = 0, Avx2 = 1, Avx512 = 2 };
+
+// The widest instruction set that both the CPU and the operating system
+// support (the OS must save the wider registers), found once per process.
+// The environment variable VELOMAR_ISA (sse2, avx2 or avx512) can only
+// narrow it, for A/B checks; the narrowest of the two wins.
+Isa DetectedIsa();
+
+// The instruction set a call may use: DetectedIsa(), narrowed further on this
+// thread while a ScopedIsaLimit exists. Paths must give identical results
+// under every instruction set; this only chooses speed.
+Isa ActiveIsa();
+
+// Test hook: narrows ActiveIsa() on the calling thread for its lifetime.
+// Nothing in the library creates one.
+class ScopedIsaLimit {
+public:
+    explicit ScopedIsaLimit(Isa limit);
+    ~ScopedIsaLimit();
+    ScopedIsaLimit(const ScopedIsaLimit&) = delete;
+    ScopedIsaLimit& operator=(const ScopedIsaLimit&) = delete;
+
+private:
+    Isa saved_;
+};
+
+// Name of an instruction set as the override spells it.
+const char* IsaName(Isa isa);
+
+}  // namespace velomar
