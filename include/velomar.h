@@ -42,8 +42,15 @@ extern "C" {
 
 /* ---- Matrix core ------------------------------------------------------- */
 
-/* Result of the Matrix-form calls. The gaps (2, 6, 7) are intended. */
-typedef int32_t Status;
+/* Result of the Matrix-form calls. The gaps (2, 6, 7) are intended.
+ * VL_Status is the primary name and Status its short alias. X11's Xlib.h
+ * defines Status as a macro (an int, the same type): where it is included
+ * first the alias is left to Xlib; included after, its macro takes over the
+ * short name. Either order compiles; VL_Status always names this type. */
+typedef int32_t VL_Status;
+#ifndef Status
+typedef VL_Status Status;
+#endif
 #define STATUS_OK                0
 #define STATUS_OUT_OF_MEMORY     1
 #define STATUS_NULL_REFERENCE    3
@@ -83,25 +90,25 @@ typedef struct Matrix {
  * Depth or a Channel outside 1..4 (nothing allocated, *Out untouched), 1 when
  * the pixels cannot be allocated (the record is released, *Out must not be
  * used), else 0. Release with VL_FreeMatrix. */
-VL_API Status VL_CALL VL_CreateMatrix(int32_t Width, int32_t Height, int32_t Depth,
+VL_API VL_Status VL_CALL VL_CreateMatrix(int32_t Width, int32_t Height, int32_t Depth,
                                       int32_t Channel, Matrix** Out);
 
 /* Releases a record and its pixels; takes the address of the caller's pointer,
  * which it does not clear. Returns 3 for a null *Ref, 1 for a record without
  * Data (still released), else 0. */
-VL_API Status VL_CALL VL_FreeMatrix(Matrix** Ref);
+VL_API VL_Status VL_CALL VL_FreeMatrix(Matrix** Ref);
 
 /* Makes *Out a new 8-bit record holding Src surrounded by Left/Right columns
  * and Top/Bottom rows filled by EdgeMode. 3 for a null Src or Data; 4 for a
  * non-8-bit Src or a negative pad; otherwise VL_CreateMatrix's status. */
-VL_API Status VL_CALL GetPadImage(const Matrix* Src, Matrix** Out, int32_t Left, int32_t Right,
+VL_API VL_Status VL_CALL GetPadImage(const Matrix* Src, Matrix** Out, int32_t Left, int32_t Right,
                                   int32_t Top, int32_t Bottom, int32_t EdgeMode);
 
 /* ---- Point operations -------------------------------------------------- */
 
 /* Complements every byte (alpha and row padding included). Any Channel 1..4;
  * 8-bit only. Src may be Dest. */
-VL_API Status VL_CALL Invert(const Matrix* Src, Matrix* Dest);
+VL_API VL_Status VL_CALL Invert(const Matrix* Src, Matrix* Dest);
 
 /* Grey = (max + min) / 2 of blue, green, red written to the three colour
  * bytes; alpha of Dest is left alone. Channel 3 or 4 (else 4), 8-bit (else 8).
@@ -117,7 +124,7 @@ VL_API void VL_CALL GammaCorrection(const unsigned char* Src, unsigned char* Des
 
 /* Matrix form of GammaCorrection; Channel 1 or 3 are mapped, 2 and 4 left
  * alone. Always returns 0, even for rejected records (Dest is then untouched). */
-VL_API Status VL_CALL GammaCorrection1(const Matrix* Src, Matrix* Dest, double Gamma);
+VL_API VL_Status VL_CALL GammaCorrection1(const Matrix* Src, Matrix* Dest, double Gamma);
 
 /* Levels: input range [InputLow (0..253), InputHigh (2..255)], midtone Gamma
  * (0.01..9.99), output range [OutputLow, OutputHigh]; parameters outside those
@@ -129,7 +136,7 @@ VL_API void VL_CALL Level(const unsigned char* Src, unsigned char* Dest, int32_t
 /* Reduces each channel to the low byte of Levels (2..255) evenly spaced
  * levels; a low byte of 0 or 1 returns 4. Channel 1 or 3 are mapped; 2 and 4
  * return 0 with Dest untouched. */
-VL_API Status VL_CALL Posterize(const Matrix* Src, Matrix* Dest, int32_t Levels);
+VL_API VL_Status VL_CALL Posterize(const Matrix* Src, Matrix* Dest, int32_t Levels);
 
 /* 255 where the value (grey) or B + G + R (colour, against 3 * Threshold) is
  * strictly greater than the threshold, else 0. */

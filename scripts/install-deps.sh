@@ -4,7 +4,7 @@
 set -euo pipefail
 
 declare -A groups=(
-  [build]="cmake ninja-build g++ pkg-config libgtest-dev libbenchmark-dev libstb-dev"
+  [build]="cmake ninja-build g++ pkg-config libgtest-dev libbenchmark-dev libstb-dev libx11-dev"
   [windows]="g++-mingw-w64-i686 g++-mingw-w64-x86-64 googletest"
   [wine]="wine64"
   [bench]="libopencv-dev libopencv-contrib-dev"
