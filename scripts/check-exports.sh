@@ -10,7 +10,8 @@ declared=$(bash "$root/scripts/declared-exports.sh")
 exported=$(i686-w64-mingw32-objdump -p "$dll" |
            sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
            sed -nE 's/^[[:space:]]*\[ *[0-9]+\] ([^ ]+)$/\1/p' | sort)
-listed=$(sed -n '/^EXPORTS/,$p' "$root/src/velomar.def" | grep -vE '^(EXPORTS|[[:space:]]*;|[[:space:]]*$)' |
+def="$(dirname "$dll")/velomar.def"  # generated from the header beside the DLL
+listed=$(sed -n '/^EXPORTS/,$p' "$def" | grep -vE '^(EXPORTS|[[:space:]]*;|[[:space:]]*$)' |
          awk '{print $1}' | sort)
 
 status=0

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <fstream>
 #include <sstream>
 
@@ -108,4 +109,25 @@ TEST_F(HostTest, GalleryRunsEveryExportOnEveryImage) {
     }
 }
 
+// The header is the one list of exports (the Windows export table is made
+// from it): the host's table and the README must name exactly those exports.
+TEST(Registration, HostTableAndReadmeNameEveryDeclaredExport) {
+    std::set<std::string> declared;
+    std::stringstream list(VELOMAR_DECLARED_EXPORTS);
+    for (std::string name; std::getline(list, name, ',');) declared.insert(name);
+    ASSERT_GT(declared.size(), 30u);
+    std::ifstream file(VELOMAR_README);
+    const std::string readme((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // Record management has no picture to show; Render draws on a Windows device.
+    const std::set<std::string> notInHost = {"VL_CreateMatrix", "VL_FreeMatrix", "Render"};
+    for (const std::string& name : declared) {
+        EXPECT_NE(readme.find("`" + name + "`"), std::string::npos) << name << " is not in the README";
+        if (!notInHost.count(name)) {
+            EXPECT_NE(host::FindOp(name), nullptr) << name << " is not in the host table";
+        }
+    }
+    for (const host::Op& op : host::Ops()) EXPECT_TRUE(declared.count(op.name)) << op.name << " is not declared";
+}
+
 }  // namespace
+
