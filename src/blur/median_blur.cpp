@@ -37,32 +37,6 @@ inline void Clear16(uint16_t* acc) {
     Store16(acc, 1, _mm_setzero_si128());
 }
 
-// First of 16 counters (h0: 0..7, h1: 8..15) at which the running total,
-// started at `start` (in every lane), reaches `above`; the running totals are
-// left in running[0..15]. Totals never exceed 65025 and are compared unsigned;
-// the last one is known to reach `above`, so the result is 0..15.
-inline int32_t FirstAbove(__m128i h0, __m128i h1, __m128i start, __m128i above,
-                          uint16_t* running) {
-    h0 = _mm_add_epi16(h0, _mm_slli_si128(h0, 2));
-    h1 = _mm_add_epi16(h1, _mm_slli_si128(h1, 2));
-    h0 = _mm_add_epi16(h0, _mm_slli_si128(h0, 4));
-    h1 = _mm_add_epi16(h1, _mm_slli_si128(h1, 4));
-    h0 = _mm_add_epi16(h0, _mm_slli_si128(h0, 8));
-    h1 = _mm_add_epi16(h1, _mm_slli_si128(h1, 8));
-    h0 = _mm_add_epi16(h0, start);
-    // Lane 7 of the lower half carries into every lane of the upper half.
-    const __m128i carry = _mm_shufflehi_epi16(h0, 0xFF);
-    h1 = _mm_add_epi16(h1, _mm_unpackhi_epi64(carry, carry));
-    Store16(running, 0, h0);
-    Store16(running, 1, h1);
-    // above - total saturates to 0 exactly where total >= above.
-    const __m128i zero = _mm_setzero_si128();
-    const uint32_t reached =
-        uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(above, h0), zero))) |
-        (uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(above, h1), zero))) << 16);
-    return __builtin_ctz(reached) >> 1;
-}
-
 // Rank threshold: the output is the smallest v with more than T samples <= v.
 // Percent 100 takes Area - 1 so that the maximum is reachable. Percents
 // outside 0..100 are outside the contract: the product is formed in 64 bits
@@ -94,7 +68,7 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
 
         // Coarse search: k is the first bin whose running total exceeds T,
         // below the total of the bins before it.
-        const int32_t k = FirstAbove(c0, c1, _mm_setzero_si128(), above, running + 8);
+        const int32_t k = FirstReaching16(c0, c1, _mm_setzero_si128(), above, running + 8);
         const int32_t below = running[7 + k];
 
         // Bring fine segment k up to the window j - Radius .. j + Radius.
@@ -128,7 +102,7 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
 
         // Fine search, continuing the running total from the bins below k.
         const __m128i start = _mm_set1_epi16(static_cast<int16_t>(below));
-        const int32_t b = FirstAbove(Load16(seg, 0), Load16(seg, 1), start, above, running + 8);
+        const int32_t b = FirstReaching16(Load16(seg, 0), Load16(seg, 1), start, above, running + 8);
         Dest[j] = static_cast<uint8_t>(16 * k + b);
     }
 }

@@ -53,4 +53,94 @@ inline __m128i RunningTotals8(__m128i v) {
     return _mm_add_epi16(v, _mm_slli_si128(v, 8));
 }
 
+// The rank search of a sliding histogram: the first of 16 counters (h0: 0..7,
+// h1: 8..15) at which the running total, started at `start` (in every lane),
+// reaches `target` (in every lane); the running totals are left in
+// running[0..15] (16-byte aligned). Totals never exceed 65025 and are
+// compared unsigned; the last one must reach the target, so the result is
+// 0..15.
+inline int32_t FirstReaching16(__m128i h0, __m128i h1, __m128i start, __m128i target, uint16_t* running) {
+    h0 = _mm_add_epi16(RunningTotals8(h0), start);
+    // Lane 7 of the lower half carries into every lane of the upper half.
+    const __m128i carry = _mm_shufflehi_epi16(h0, 0xFF);
+    h1 = _mm_add_epi16(RunningTotals8(h1), _mm_unpackhi_epi64(carry, carry));
+    Store16(running, 0, h0);
+    Store16(running, 1, h1);
+    // target - total saturates to 0 exactly where total >= target.
+    const __m128i zero = _mm_setzero_si128();
+    const uint32_t reached =
+        uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(target, h0), zero))) |
+        (uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_subs_epu16(target, h1), zero))) << 16);
+    return __builtin_ctz(reached) >> 1;
+}
+
+// The neighbourhood histogram of every pixel of one plane, row after row.
+// One 256-counter histogram per source column follows the band of rows
+// y - Radius .. y + Radius; along a row the window's histogram adds the
+// column entering on the right and subtracts the one leaving on the left.
+// Border columns share their source column's histogram through the column
+// table. With Coarse, 16 counters of high nibbles run beside the 256.
+// Pixels of the plane lie Step bytes apart from byte Channel of each row; the
+// tables are BuildBorderTables' for this Radius (at most kMaxHistogramRadius).
+template <bool Coarse>
+class SlidingHistogram {
+public:
+    SlidingHistogram(const uint8_t* src, int32_t width, int32_t radius, int32_t step, int32_t channel,
+                     const int32_t* columnIndex, const int32_t* rowOffset)
+        : src_(src + channel), width_(width), radius_(radius), step_(step), columnIndex_(columnIndex),
+          rowOffset_(rowOffset), fine_(size_t(width) * kHistogramBins, true),
+          coarse_(Coarse ? size_t(width) * 16 : 1, true) {}
+
+    // Calls visit(x, fine, coarse) for x = 0 .. Width - 1 with the histograms
+    // of the neighbourhood of (x, y). Rows must come in order from 0.
+    template <class Visit>
+    void Row(int32_t y, Visit&& visit) {
+        if (y == 0) {
+            for (int32_t k = 0; k <= 2 * radius_; ++k) Columns(k, 1);
+        } else {
+            Columns(y - 1, 0xFFFF);           // position y - Radius - 1 leaves (counters wrap)
+            Columns(y + 2 * radius_, 1);      // position y + Radius enters
+        }
+        std::memset(window_, 0, sizeof window_);
+        std::memset(windowCoarse_, 0, sizeof windowCoarse_);
+        for (int32_t k = 0; k <= 2 * radius_; ++k) Enter(columnIndex_[k]);
+        for (int32_t x = 0; x < width_; ++x) {
+            if (x > 0) {
+                Enter(columnIndex_[x + 2 * radius_]);  // column x + Radius
+                Leave(columnIndex_[x - 1]);            // column x - Radius - 1
+            }
+            visit(x, static_cast<const uint16_t*>(window_), static_cast<const uint16_t*>(windowCoarse_));
+        }
+    }
+
+private:
+    // Adds delta (modulo 65536) for every pixel of the row at table entry k.
+    void Columns(int32_t k, uint16_t delta) {
+        const uint8_t* row = src_ + rowOffset_[k];
+        uint16_t* f = fine_.data();
+        uint16_t* c = coarse_.data();
+        for (int32_t x = 0; x < width_; ++x) {
+            const uint8_t v = row[size_t(x) * step_];
+            f[size_t(x) * kHistogramBins + v] += delta;
+            if constexpr (Coarse) c[size_t(x) * 16 + (v >> 4)] += delta;
+        }
+    }
+    void Enter(int32_t column) {
+        HistogramAdd(window_, fine_.data() + size_t(column) * kHistogramBins);
+        if constexpr (Coarse) Add16(windowCoarse_, coarse_.data() + size_t(column) * 16);
+    }
+    void Leave(int32_t column) {
+        HistogramSub(window_, fine_.data() + size_t(column) * kHistogramBins);
+        if constexpr (Coarse) Sub16(windowCoarse_, coarse_.data() + size_t(column) * 16);
+    }
+
+    const uint8_t* src_;
+    int32_t width_, radius_, step_;
+    const int32_t* columnIndex_;
+    const int32_t* rowOffset_;
+    Buffer<uint16_t> fine_, coarse_;
+    alignas(16) uint16_t window_[kHistogramBins];
+    alignas(16) uint16_t windowCoarse_[16];
+};
+
 }  // namespace velomar

@@ -45,12 +45,11 @@ inline int32_t CountUpTo(const uint16_t* hist, int32_t v, int32_t N) {
 // One byte per pixel, Src and Dest distinct, 0 <= Radius <= kMaxRadius.
 void ReducePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                  int32_t Stride, int32_t Radius, int32_t Amount) {
-    const int32_t columns = Width + 2 * Radius, rows = Height + 2 * Radius;
-    Buffer<int32_t> columnIndex(columns), rowOffset(rows);
+    Buffer<int32_t> columnIndex(size_t(Width) + 2 * size_t(Radius));
+    Buffer<int32_t> rowOffset(size_t(Height) + 2 * size_t(Radius));
     BuildBorderTables(Radius, Width, Height, Stride, EDGE_REFLECT, columnIndex.data(),
                       rowOffset.data());
-    Buffer<uint16_t> columnHist(size_t(columns) * kHistogramBins, true);
-    Buffer<uint16_t> hist(kHistogramBins);
+    SlidingHistogram<false> window(Src, Width, Radius, 1, 0, columnIndex.data(), rowOffset.data());
 
     const int32_t N = (2 * Radius + 1) * (2 * Radius + 1);
     const double K = Amount * (-0.2) / 100.0;
@@ -61,38 +60,14 @@ void ReducePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heigh
     double damping[256];
     for (int32_t v = 0; v < 256; ++v) damping[v] = 1 - 0.75 * v / 255.0;
 
-    const int32_t* ci = columnIndex.data();
-    uint16_t* ch = columnHist.data();
     for (int32_t y = 0; y < Height; ++y) {
-        // Column histograms follow the band of rows y - Radius ... y + Radius.
-        if (y == 0) {
-            for (int32_t r = 0; r <= 2 * Radius; ++r) {
-                const uint8_t* line = Src + rowOffset[r];
-                for (int32_t p = 0; p < columns; ++p) ++ch[size_t(p) * kHistogramBins + line[ci[p]]];
-            }
-        } else {
-            const uint8_t* leaving = Src + rowOffset[y - 1];
-            const uint8_t* entering = Src + rowOffset[y + 2 * Radius];
-            for (int32_t p = 0; p < columns; ++p) {
-                uint16_t* h = ch + size_t(p) * kHistogramBins;
-                --h[leaving[ci[p]]];
-                ++h[entering[ci[p]]];
-            }
-        }
-
         const uint8_t* s = Src + size_t(y) * Stride;
         uint8_t* d = Dest + size_t(y) * Stride;
-        std::memset(hist.data(), 0, kHistogramBins * sizeof(uint16_t));
-        for (int32_t p = 0; p <= 2 * Radius; ++p) HistogramAdd(hist.data(), ch + size_t(p) * kHistogramBins);
-        for (int32_t x = 0; x < Width; ++x) {
-            if (x > 0) {
-                HistogramAdd(hist.data(), ch + size_t(x + 2 * Radius) * kHistogramBins);
-                HistogramSub(hist.data(), ch + size_t(x - 1) * kHistogramBins);
-            }
+        window.Row(y, [&](int32_t x, const uint16_t* hist, const uint16_t*) {
             const int32_t v = s[x];
-            const int32_t e = equalised[CountUpTo(hist.data(), v, N)] - v;
+            const int32_t e = equalised[CountUpTo(hist, v, N)] - v;
             d[x] = ClampByte(TruncToInt(v + e * damping[v] * K));
-        }
+        });
     }
 }
 

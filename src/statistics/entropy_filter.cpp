@@ -23,8 +23,8 @@ struct BinMask {
 };
 
 // Copies Accumulator into Snapshot and returns the mask of its non-zero bins.
-inline BinMask SnapshotBins(const Histogram& Accumulator, Histogram& Snapshot) {
-    const auto* a = reinterpret_cast<const __m128i*>(Accumulator.count);
+inline BinMask SnapshotBins(const uint16_t* Accumulator, Histogram& Snapshot) {
+    const auto* a = reinterpret_cast<const __m128i*>(Accumulator);
     auto* s = reinterpret_cast<__m128i*>(Snapshot.count);
     const __m128i zero = _mm_setzero_si128();
     BinMask mask{};
@@ -61,36 +61,15 @@ inline void GroupEntropy(const Histogram* Slots, const BinMask& Union, const dou
 void EntropyPlane(const uint8_t* Src, double* Map, int32_t Width, int32_t Height, int32_t Stride,
                   int32_t Step, int32_t Channel, int32_t Radius, const int32_t* ColumnIndex,
                   const int32_t* RowOffset, const double* Table) {
-    const int32_t span = 2 * Radius + 1;
-    Buffer<Histogram> columns(static_cast<size_t>(Width), true);
-    Histogram* col = columns.data();
-    auto column_values = [&](int32_t k, int delta) {
-        const uint8_t* row = Src + RowOffset[k] + Channel;
-        for (int32_t x = 0; x < Width; ++x)
-            col[x].count[row[static_cast<size_t>(x) * Step]] += static_cast<uint16_t>(delta);
-    };
-    for (int32_t k = 0; k < span; ++k) column_values(k, 1);
-
+    SlidingHistogram<false> window(Src, Width, Radius, Step, Channel, ColumnIndex, RowOffset);
     Buffer<Histogram> slots(kGroup, true);
-    Histogram acc;
     double entropy[kGroup];
     for (int32_t y = 0; y < Height; ++y) {
-        if (y > 0) {
-            column_values(y - 1, -1);          // position y - Radius - 1 leaves
-            column_values(y + 2 * Radius, 1);  // position y + Radius enters
-        }
-        std::memset(acc.count, 0, sizeof acc.count);
-        for (int32_t k = 0; k < span; ++k) HistogramAdd(acc.count, col[ColumnIndex[k]].count);
-
         double* map_row = Map + static_cast<size_t>(y) * Stride + Channel;
         BinMask group_bins{};
         int filled = 0;
-        for (int32_t x = 0; x < Width; ++x) {
-            if (x > 0) {
-                HistogramAdd(acc.count, col[ColumnIndex[x + 2 * Radius]].count);
-                HistogramSub(acc.count, col[ColumnIndex[x - 1]].count);
-            }
-            const BinMask bins = SnapshotBins(acc, slots[filled]);
+        window.Row(y, [&](int32_t x, const uint16_t* hist, const uint16_t*) {
+            const BinMask bins = SnapshotBins(hist, slots[filled]);
             for (int w = 0; w < 4; ++w) group_bins.word[w] |= bins.word[w];
             ++filled;
             if (filled == kGroup || x == Width - 1) {
@@ -104,7 +83,7 @@ void EntropyPlane(const uint8_t* Src, double* Map, int32_t Width, int32_t Height
                 group_bins = BinMask{};
                 filled = 0;
             }
-        }
+        });
     }
 }
 
