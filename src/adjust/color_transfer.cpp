@@ -3,25 +3,11 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
+#include "adjust/colour_space.h"
 
 namespace velomar {
 
 namespace {
-
-struct Lab {
-    double l, alpha, beta;
-};
-
-inline Lab PixelToLab(int32_t B, int32_t G, int32_t R) {
-    // The +1 keeps the logarithms finite.
-    const double b = (B + 1) / 256.0, g = (G + 1) / 256.0, r = (R + 1) / 256.0;
-    const double L = 0.3811 * r + 0.5783 * g + 0.0402 * b;
-    const double M = 0.1967 * r + 0.7244 * g + 0.0782 * b;
-    const double S = 0.0241 * r + 0.1288 * g + 0.8444 * b;
-    const double lnL = std::log(L), lnM = std::log(M), lnS = std::log(S);
-    return {0.5774 * (lnL + lnM + lnS), 0.4082 * (lnL + lnM) - 0.8164 * lnS,
-            0.7071 * (lnL - lnM)};
-}
 
 // Working buffers hold three doubles per pixel, rows packed one after another
 // (Width * 3 doubles each): the layout is private to this file.
@@ -39,7 +25,7 @@ public:
         Entry& e = entries_[Slot(key)];
         if (e.key != key) {
             e.key = key;
-            e.lab = PixelToLab(B, G, R);
+            e.lab = BgrToLab(B, G, R);
         }
         return e.lab;
     }
@@ -67,19 +53,6 @@ void BgrToLab(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride,
             q[2] = lab.beta;
         }
     }
-}
-
-// One pixel of the working space back to bytes (truncated, then clamped).
-inline void LabToBgr(double l, double alpha, double beta, uint8_t* d) {
-    const double L = std::exp(0.5774 * l + 0.4082 * alpha + 0.7071 * beta);
-    const double M = std::exp(0.5774 * l + 0.4082 * alpha - 0.7071 * beta);
-    const double S = std::exp(0.5774 * l - 0.8164 * alpha);
-    const double B = (0.0497 * L - 0.2439 * M + 1.2045 * S) * 255.0 - 0.5;
-    const double G = (-1.2186 * L + 2.3809 * M - 0.1624 * S) * 255.0 - 0.5;
-    const double R = (4.4679 * L - 3.5873 * M + 0.1193 * S) * 255.0 - 0.5;
-    d[0] = TruncClampByte(B);
-    d[1] = TruncClampByte(G);
-    d[2] = TruncClampByte(R);
 }
 
 struct Statistics {

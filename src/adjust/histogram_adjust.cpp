@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
+#include "adjust/colour_space.h"
 
 namespace velomar {
 
@@ -218,12 +219,12 @@ void ComputeLuminanceHistogram(const uint8_t* Src, int32_t Width, int32_t Height
         const uint8_t* p = Src + size_t(y) * pitch;
         int32_t x = 0;
         for (; x + 4 <= Width; x += 4, p += 12) {
-            ++sub[0][(p[0] + 2 * p[1] + p[2]) >> 2];
-            ++sub[1][(p[3] + 2 * p[4] + p[5]) >> 2];
-            ++sub[2][(p[6] + 2 * p[7] + p[8]) >> 2];
-            ++sub[3][(p[9] + 2 * p[10] + p[11]) >> 2];
+            ++sub[0][Luminance(p[0], p[1], p[2])];
+            ++sub[1][Luminance(p[3], p[4], p[5])];
+            ++sub[2][Luminance(p[6], p[7], p[8])];
+            ++sub[3][Luminance(p[9], p[10], p[11])];
         }
-        for (; x < Width; ++x, p += 3) ++sub[0][(p[0] + 2 * p[1] + p[2]) >> 2];
+        for (; x < Width; ++x, p += 3) ++sub[0][Luminance(p[0], p[1], p[2])];
     }
     for (int k = 0; k < 256; ++k) Hist[k] = sub[0][k] + sub[1][k] + sub[2][k] + sub[3][k];
 }

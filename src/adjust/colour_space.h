@@ -1,0 +1,47 @@
+// Colour spaces: per-pixel conversions between blue-green-red bytes and the
+// spaces the adjustments and enhancements work in. One home for each, so
+// that every filter converting to a space converts the same way.
+#pragma once
+
+#include <cmath>
+
+#include "core/core.h"
+
+namespace velomar {
+
+// Luminance of a blue-green-red pixel as the histogram adjustments weigh it:
+// (B + 2 G + R) / 4, truncated.
+inline int32_t Luminance(int32_t B, int32_t G, int32_t R) { return (B + 2 * G + R) >> 2; }
+
+// Logarithmic l-alpha-beta space (through LMS cone responses), where colour
+// statistics transfer channel by channel.
+struct Lab {
+    double l, alpha, beta;
+};
+
+inline Lab BgrToLab(int32_t B, int32_t G, int32_t R) {
+    // The +1 keeps the logarithms finite.
+    const double b = (B + 1) / 256.0, g = (G + 1) / 256.0, r = (R + 1) / 256.0;
+    const double L = 0.3811 * r + 0.5783 * g + 0.0402 * b;
+    const double M = 0.1967 * r + 0.7244 * g + 0.0782 * b;
+    const double S = 0.0241 * r + 0.1288 * g + 0.8444 * b;
+    const double lnL = std::log(L), lnM = std::log(M), lnS = std::log(S);
+    return {0.5774 * (lnL + lnM + lnS), 0.4082 * (lnL + lnM) - 0.8164 * lnS,
+            0.7071 * (lnL - lnM)};
+}
+
+// An l-alpha-beta colour back to blue, green, red bytes (truncated, then
+// clamped).
+inline void LabToBgr(double l, double alpha, double beta, uint8_t* d) {
+    const double L = std::exp(0.5774 * l + 0.4082 * alpha + 0.7071 * beta);
+    const double M = std::exp(0.5774 * l + 0.4082 * alpha - 0.7071 * beta);
+    const double S = std::exp(0.5774 * l - 0.8164 * alpha);
+    const double B = (0.0497 * L - 0.2439 * M + 1.2045 * S) * 255.0 - 0.5;
+    const double G = (-1.2186 * L + 2.3809 * M - 0.1624 * S) * 255.0 - 0.5;
+    const double R = (4.4679 * L - 3.5873 * M + 0.1193 * S) * 255.0 - 0.5;
+    d[0] = TruncClampByte(B);
+    d[1] = TruncClampByte(G);
+    d[2] = TruncClampByte(R);
+}
+
+}  // namespace velomar
