@@ -221,7 +221,10 @@ VL_API void VL_CALL MedianBlur(const unsigned char* Src, unsigned char* Dest, in
  * for the plain filter). SigmaSpatial is in 1/255 of the shorter side,
  * SigmaRange in grey levels; Downsample k > 0 runs the levels at 1/2^k size;
  * UseGaussian 1 selects a Gaussian spatial filter, anything else a box.
- * Single-channel buffers must have Stride == Width. */
+ * Colour buffers may have padded rows. Single-channel buffers should have
+ * Stride == Width: their levels are filled as one run of Width * Height
+ * values but read rows Stride apart, so padded rows give a result that mixes
+ * rows (memory is still never touched outside the buffers). */
 VL_API void VL_CALL BilateralFilter(const unsigned char* Src, const unsigned char* Guide,
                                     unsigned char* Dest, int32_t Width, int32_t Height,
                                     int32_t Stride, int32_t Downsample, double SigmaSpatial,

@@ -6,7 +6,9 @@
 
 namespace velomar {
 
-// Box mean over a single-channel plane of doubles; Stride counts doubles.
+// Box mean over a single-channel plane of doubles; Stride counts doubles. The
+// bilateral and Wiener filters call it; the guided filter runs the same box
+// means (box_mean.h) fused into two streams of rows.
 // Running sums are never re-summed within a call (their rounding drift is part
 // of the result); each output is the box sum times 1.0 / Area. Src may equal
 // Dest.
