@@ -252,6 +252,35 @@ VL_API void VL_CALL Wiener2(const unsigned char* Src, unsigned char* Dest, int32
 VL_API void VL_CALL ReduceNoise(const unsigned char* Src, unsigned char* Dest, int32_t Width,
                                 int32_t Height, int32_t Stride, int32_t Radius, int32_t Amount);
 
+/* ---- Enhancement ------------------------------------------------------- */
+
+/* Tone curves computed per tile of a TilesX x TilesY grid and blended
+ * bilinearly between neighbouring tiles. Grey or three bytes per pixel; other
+ * layouts, tile counts below 1, null buffers, and grids whose mirrored border
+ * would be wider than the image are left alone (Dest is not written). Sides
+ * that are not whole numbers of tiles are mirrored out to them (repeating the
+ * edge pixel) and the middle is copied back from PadX * 3 bytes into each
+ * enlarged row, so a grey image comes back shifted by 2 * PadX pixels, where
+ * PadX is half the added columns; whole rows of Stride bytes are copied, row
+ * padding included. Src may equal Dest.
+ *
+ * AdaptEqualize: contrast-limited equalisation; CutLimit 0 clips every bin to
+ * the mean count, 1 does not clip; Separate 1 (low byte) gives each colour
+ * channel its own curve, 0 one joint curve, other values write 0 to colour
+ * images. */
+VL_API void VL_CALL AdaptEqualize(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                  int32_t Height, int32_t Stride, int32_t TilesX, int32_t TilesY,
+                                  double CutLimit, int32_t Separate);
+/* Per-tile, per-channel stretch of the range left after discarding CutOff of
+ * the values at each end onto the occupied range widened by Expand. */
+VL_API void VL_CALL AdaptAutoLevel(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                   int32_t Height, int32_t Stride, int32_t TilesX, int32_t TilesY,
+                                   double CutOff, double Expand);
+/* As AdaptAutoLevel with one curve per tile shared by all channels. */
+VL_API void VL_CALL AdaptAutoContrast(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                      int32_t Height, int32_t Stride, int32_t TilesX, int32_t TilesY,
+                                      double CutOff, double Expand);
+
 /* ---- Local statistics --------------------------------------------------- */
 
 /* Minimum / maximum / maximum minus minimum over the box clipped to the

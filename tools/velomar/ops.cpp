@@ -211,6 +211,28 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              ReduceNoise(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
+        // ---- Enhancement
+        {"AdaptEqualize", "contrast-limited equalisation per tile, blended between tiles", kAnyLayout,
+         {{"TilesX", kInt, 8, "tiles across (at least 1)"}, {"TilesY", kInt, 8, "tiles down (at least 1)"},
+          {"CutLimit", kDouble, 0.02, "clip strength 0..1 (0 clips hardest, 1 not at all)"},
+          {"Separate", kInt, 1, "1: a curve per channel, 0: one joint curve"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AdaptEqualize(s, d, w, h, st, int(v[0]), int(v[1]), v[2], int(v[3]));
+         })},
+        {"AdaptAutoLevel", "per-tile, per-channel percentile stretch", kAnyLayout,
+         {{"TilesX", kInt, 8, "tiles across (at least 1)"}, {"TilesY", kInt, 8, "tiles down (at least 1)"},
+          {"CutOff", kDouble, 0.01, "fraction discarded at each end (0..1)"},
+          {"Expand", kDouble, 0.5, "widens the output range by this share of it"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AdaptAutoLevel(s, d, w, h, st, int(v[0]), int(v[1]), v[2], v[3]);
+         })},
+        {"AdaptAutoContrast", "per-tile percentile stretch shared by all channels", kAnyLayout,
+         {{"TilesX", kInt, 8, "tiles across (at least 1)"}, {"TilesY", kInt, 8, "tiles down (at least 1)"},
+          {"CutOff", kDouble, 0.01, "fraction discarded at each end (0..1)"},
+          {"Expand", kDouble, 0.5, "widens the output range by this share of it"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AdaptAutoContrast(s, d, w, h, st, int(v[0]), int(v[1]), v[2], v[3]);
+         })},
         // ---- Local statistics
         {"MinValue", "minimum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},
