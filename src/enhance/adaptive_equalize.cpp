@@ -130,15 +130,25 @@ void MapWholeTiles(const uint8_t* Src, uint8_t* Dest, int32_t Stride, int32_t Ti
         for (int32_t tx = 0; tx < TilesX; ++tx) {
             int32_t* t = tables.data() + (size_t(ty) * TilesX + tx) * tablesPerTile * 256;
             if (noTables) continue;
-            for (int32_t y = 0; y < TH; ++y) {
-                const uint8_t* p = Src + (size_t(ty) * TH + y) * Stride + size_t(tx) * TW * C;
-                for (int32_t x = 0; x < TW; ++x, p += C) {
-                    if (!colour) {
-                        ++t[p[0]];
-                    } else if (perChannel) {
-                        ++t[p[0]], ++t[256 + p[1]], ++t[512 + p[2]];
-                    } else {
-                        ++t[p[0]], ++t[p[1]], ++t[p[2]];
+            if (!colour) {
+                // Grey counts go to four partial tables in turn, so that runs
+                // of equal values do not wait on one counter.
+                alignas(16) int32_t part[4][256] = {};
+                for (int32_t y = 0; y < TH; ++y) {
+                    const uint8_t* p = Src + (size_t(ty) * TH + y) * Stride + size_t(tx) * TW;
+                    int32_t x = 0;
+                    for (; x + 4 <= TW; x += 4) ++part[0][p[x]], ++part[1][p[x + 1]], ++part[2][p[x + 2]], ++part[3][p[x + 3]];
+                    for (; x < TW; ++x) ++part[0][p[x]];
+                }
+                for (int i = 0; i < 256; ++i) t[i] = part[0][i] + part[1][i] + part[2][i] + part[3][i];
+            } else {
+                for (int32_t y = 0; y < TH; ++y) {
+                    const uint8_t* p = Src + (size_t(ty) * TH + y) * Stride + size_t(tx) * TW * C;
+                    for (int32_t x = 0; x < TW; ++x, p += C) {
+                        if (perChannel)
+                            ++t[p[0]], ++t[256 + p[1]], ++t[512 + p[2]];
+                        else
+                            ++t[p[0]], ++t[p[1]], ++t[p[2]];
                     }
                 }
             }
@@ -157,6 +167,13 @@ void MapWholeTiles(const uint8_t* Src, uint8_t* Dest, int32_t Stride, int32_t Ti
     auto table = [&](int32_t ty, int32_t tx, int32_t c) {
         return tables.data() + ((size_t(ty) * TilesX + tx) * tablesPerTile + (perChannel ? c : 0)) * 256;
     };
+    // Curves within 0..255 (always, but for clip limits far below zero) let the
+    // quotient be taken in double precision: the numerator is an integer below
+    // 255 * area, exact as a double, and a quotient that is not whole lies at
+    // least 1 / area from the next integer, far more than the division's
+    // rounding, so truncating the double quotient gives the integer one.
+    bool bytesOnly = true;
+    for (size_t i = 0; i < tables.size(); ++i) bytesOnly &= static_cast<uint32_t>(tables[i]) <= 255u;
     int32_t y0 = 0;
     for (int32_t by = 0; by <= TilesY; ++by) {
         const int32_t bh = by == 0 ? (TH + 1) >> 1 : by == TilesY ? TH >> 1 : TH;
@@ -171,10 +188,35 @@ void MapWholeTiles(const uint8_t* Src, uint8_t* Dest, int32_t Stride, int32_t Ti
                 const int32_t* tr = table(up, right, c);
                 const int32_t* bl = table(down, left, c);
                 const int32_t* br = table(down, right, c);
+                const double areaD = double(area);
                 for (int32_t y = 0; y < bh; ++y) {
                     const size_t row = size_t(y0 + y) * Stride + size_t(x0) * C + c;
                     const uint8_t* s = Src + row;
                     uint8_t* d = Dest + row;
+                    if (bytesOnly && area <= 65536) {
+                        // Smaller bands: the numerator stays below 2^24 and
+                        // the gap to the next integer above half a float ulp
+                        // of 256, so 32-bit integers and a float quotient
+                        // serve.
+                        const int32_t a = bh - y, b = y;
+                        const float areaF = float(area);
+                        for (int32_t x = 0; x < bw; ++x) {
+                            const uint8_t v = s[size_t(x) * C];
+                            const int32_t num = (tr[v] * x + tl[v] * (bw - x)) * a + (br[v] * x + bl[v] * (bw - x)) * b;
+                            d[size_t(x) * C] = static_cast<uint8_t>(static_cast<int32_t>(float(num) / areaF));
+                        }
+                        continue;
+                    }
+                    if (bytesOnly) {
+                        for (int32_t x = 0; x < bw; ++x) {
+                            const uint8_t v = s[size_t(x) * C];
+                            const int64_t top = int64_t(tr[v]) * x + int64_t(tl[v]) * (bw - x);
+                            const int64_t bottom = int64_t(br[v]) * x + int64_t(bl[v]) * (bw - x);
+                            d[size_t(x) * C] = static_cast<uint8_t>(
+                                static_cast<int32_t>(double(top * (bh - y) + bottom * y) / areaD));
+                        }
+                        continue;
+                    }
                     for (int32_t x = 0; x < bw; ++x) {
                         const uint8_t v = s[size_t(x) * C];
                         const int64_t top = int64_t(tr[v]) * x + int64_t(tl[v]) * (bw - x);

@@ -141,7 +141,9 @@ TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
         const int pad = c == 1 ? RandomInt(0, std::min(w - 1, 3)) : RandomInt(0, 3);
         const Image src = trial % 3 ? vtest::RandomSmoothImage(w, h, c, pad) : vtest::RandomImage(w, h, c, pad);
         const int flag = mode == 0 ? std::array{0, 1, 257, 2}[trial / 3 % 4] : mode == 1;
-        const double d1 = mode == 0 ? std::array{0.0, 0.02, 0.3, 1.0}[trial / 2 % 4] : std::array{0.0, 0.01, 0.2}[trial % 3];
+        // A CutLimit below 0 gives curves outside 0..255 (the exact integer
+        // blend instead of the floating-point quotient).
+        const double d1 = mode == 0 ? std::array{0.0, 0.02, 0.3, 1.0, -0.4}[trial / 2 % 5] : std::array{0.0, 0.01, 0.2}[trial % 3];
         const double d2 = std::array{0.0, 0.5, 3.0}[trial / 5 % 3];
         const Shape sh{w, h, src.stride};
         EXPECT_TRUE(vtest::MatchesBothWays(
@@ -150,6 +152,17 @@ TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
             [&](std::vector<uint8_t> d) { return Model(src.data(), d, sh, tx, ty, mode, flag, d1, d2); }))
             << "mode " << mode << " " << w << "x" << h << "x" << c << " pad " << pad << " tiles " << tx << "x" << ty
             << " flag " << flag << " d1 " << d1 << " d2 " << d2;
+    }
+}
+
+// Bands over 65536 pixels (here 301 x 226) take the double-precision quotient.
+TEST(AdaptiveTileMapping, LargeBandsMatchTheModel) {
+    for (int mode : {0, 1}) {
+        const Image src = vtest::RandomSmoothImage(601, 451, mode ? 3 : 1, 3);
+        const Shape sh{601, 451, src.stride};
+        EXPECT_TRUE(vtest::MatchesBothWays(
+            src, src, [&](const uint8_t* s, uint8_t* d) { Apply(mode, s, d, sh, 1, 1, 1, 0.05, 0.2); },
+            [&](std::vector<uint8_t> d) { return Model(src.data(), d, sh, 1, 1, mode, 1, 0.05, 0.2); }));
     }
 }
 
