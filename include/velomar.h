@@ -281,6 +281,30 @@ VL_API void VL_CALL AdaptAutoContrast(const unsigned char* Src, unsigned char* D
                                       int32_t Height, int32_t Stride, int32_t TilesX, int32_t TilesY,
                                       double CutOff, double Expand);
 
+/* Automatic white balance: blue, green and red scaled so that a reference
+ * white found in the image becomes neutral. Three bytes per pixel (rows that
+ * cannot hold them are left alone); the grey-world model works only where
+ * Stride / Width is 3. Where no pixel qualifies as the reference white, Dest
+ * receives the image unchanged. Src may equal Dest; row padding is not
+ * written.
+ *
+ * Dynamic threshold: near-white pixels in luma/chroma, chosen per square block
+ * of BlockSize pixels (Global 0), or by the block statistics averaged over the
+ * image (Global 1; other values select no pixel); Squared 1 measures the
+ * chroma spread as a mean squared deviation, otherwise a mean absolute one. */
+VL_API void VL_CALL AutoWhiteBalanceUseDynamicThreshold(const unsigned char* Src, unsigned char* Dest,
+                                                        int32_t Width, int32_t Height, int32_t Stride,
+                                                        int32_t BlockSize, unsigned char Global,
+                                                        unsigned char Squared);
+/* Reflector: the Ratio percent brightest pixels (by B + G + R) are white. */
+VL_API void VL_CALL AutoWhiteBalanceUseReflectorTheory(const unsigned char* Src, unsigned char* Dest,
+                                                       int32_t Width, int32_t Height, int32_t Stride,
+                                                       int32_t Ratio);
+/* Grey world: the channel means (taken, as the filter defines them, over the
+ * first column) are made equal to their average. */
+VL_API void VL_CALL AutoWhiteBalanceUseStandardGrayWorldModel(const unsigned char* Src, unsigned char* Dest,
+                                                              int32_t Width, int32_t Height, int32_t Stride);
+
 /* ---- Local statistics --------------------------------------------------- */
 
 /* Minimum / maximum / maximum minus minimum over the box clipped to the

@@ -13,6 +13,22 @@ namespace velomar {
 // (B + 2 G + R) / 4, truncated.
 inline int32_t Luminance(int32_t B, int32_t G, int32_t R) { return (B + 2 * G + R) >> 2; }
 
+// Full-range luma/chroma (JPEG's), in 20-bit fixed point: each pixel's three
+// bytes become Y, Cb + 128 and Cr + 128, each the low 8 bits of its rounded,
+// shifted sum (so a chroma of +128 wraps to 0: the defined storage). Src and
+// Dest rows hold Width three-byte pixels; they may be the same row.
+inline void ConvertRowToYCbCr(int32_t Width, uint8_t* Dest, const uint8_t* Src) {
+    for (int32_t x = 0; x < Width; ++x, Src += 3, Dest += 3) {
+        const int32_t B = Src[0], G = Src[1], R = Src[2];
+        const int32_t y = (313524 * R + 615514 * G + 119538 * B + 524288) >> 20;
+        const int32_t cb = ((-176932 * R - 347354 * G + 524288 * B + 524288) >> 20) + 128;
+        const int32_t cr = ((524288 * R - 439025 * G - 85261 * B + 524288) >> 20) + 128;
+        Dest[0] = static_cast<uint8_t>(y);
+        Dest[1] = static_cast<uint8_t>(cb);
+        Dest[2] = static_cast<uint8_t>(cr);
+    }
+}
+
 // Logarithmic l-alpha-beta space (through LMS cone responses), where colour
 // statistics transfer channel by channel.
 struct Lab {

@@ -37,4 +37,15 @@ void AdaptAutoLevel(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t He
 void AdaptAutoContrast(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                        int32_t Stride, int32_t TilesX, int32_t TilesY, double CutOff, double Expand);
 
+// ---- white balance -------------------------------------------------------------
+
+// Three bytes per pixel (grey world: only where Stride / Width is 3). Where no
+// pixel qualifies as the reference white, the image passes through unchanged.
+void AutoWhiteBalanceUseDynamicThreshold(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                                         int32_t Stride, int32_t BlockSize, uint8_t Global, uint8_t Squared);
+void AutoWhiteBalanceUseReflectorTheory(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                                        int32_t Stride, int32_t Ratio);
+void AutoWhiteBalanceUseStandardGrayWorldModel(const uint8_t* Src, uint8_t* Dest, int32_t Width,
+                                               int32_t Height, int32_t Stride);
+
 }  // namespace velomar

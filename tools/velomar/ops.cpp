@@ -233,6 +233,23 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdaptAutoContrast(s, d, w, h, st, int(v[0]), int(v[1]), v[2], v[3]);
          })},
+        {"AutoWhiteBalanceUseDynamicThreshold", "white balance from near-white pixels block by block", kColour,
+         {{"BlockSize", kInt, 64, "side of the statistics blocks (at least 1)"},
+          {"Global", kByte, 0, "1: one test for the whole image from the averaged blocks"},
+          {"Squared", kByte, 0, "1: squared chroma spread, else absolute"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AutoWhiteBalanceUseDynamicThreshold(s, d, w, h, st, int(v[0]), uint8_t(v[1]), uint8_t(v[2]));
+         })},
+        {"AutoWhiteBalanceUseReflectorTheory", "white balance from the brightest pixels", kColour,
+         {{"Ratio", kInt, 5, "percent of the pixels taken as white (0..100)"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AutoWhiteBalanceUseReflectorTheory(s, d, w, h, st, int(v[0]));
+         })},
+        {"AutoWhiteBalanceUseStandardGrayWorldModel", "grey-world white balance (means of the first column)",
+         kColour, {},
+         Raw([](auto s, auto d, int w, int h, int st, const Values&) {
+             AutoWhiteBalanceUseStandardGrayWorldModel(s, d, w, h, st);
+         })},
         // ---- Local statistics
         {"MinValue", "minimum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},

@@ -1,0 +1,158 @@
+// White balance against direct models: block statistics taken pixel by pixel
+// instead of from histograms, reference whites and gains computed plainly.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "adjust/colour_space.h"
+#include "common/reference.h"
+#include "enhance/enhance.h"
+
+namespace {
+
+using vtest::Image;
+using vtest::RandomInt;
+
+// Gains applied to every pixel from the reference white's mean (scale / mean,
+// a zero mean counting as the scale), or the image unchanged without one.
+std::vector<uint8_t> Balance(const Image& src, std::vector<uint8_t> d, long scale, long count, const long sum[3]) {
+    for (int y = 0; y < src.height; ++y)
+        for (int x = 0; x < src.width; ++x)
+            for (int c = 0; c < 3; ++c) {
+                const long avg = count ? sum[c] / count : 0, v = src.at(x, y, c);
+                d[size_t(y) * src.stride + x * 3 + c] =
+                    uint8_t(count ? std::clamp(v * scale / (avg ? avg : scale), 0L, 255L) : v);
+            }
+    return d;
+}
+
+std::vector<uint8_t> DynamicModel(const Image& src, std::vector<uint8_t> d, int bs, int global, int squared) {
+    const int w = src.width, h = src.height;
+    std::vector<int> Y(w * h), Cb(w * h), Cr(w * h), mask(w * h, 0);
+    for (int i = 0; i < w * h; ++i) {
+        uint8_t ycc[3];
+        velomar::ConvertRowToYCbCr(1, ycc, &src.bytes[size_t(i / w) * src.stride + (i % w) * 3]);
+        Y[i] = ycc[0], Cb[i] = ycc[1], Cr[i] = ycc[2];
+    }
+    auto near = [&](int i, long mb, long mr, long db, long dr) {
+        return 2 * Cb[i] - 2 * mb * (db + 1) < 3 * db && 2 * (Cr[i] - mr * (dr + 1)) < 3 * dr;
+    };
+    long nearWhite = 0, sums[4] = {}, blocks = 0;
+    for (int y0 = 0; y0 < h; y0 += bs)
+        for (int x0 = 0; x0 < w; x0 += bs) {
+            std::vector<int> px;
+            for (int y = y0; y < std::min(y0 + bs, h); ++y)
+                for (int x = x0; x < std::min(x0 + bs, w); ++x) px.push_back(y * w + x);
+            const long n = long(px.size());
+            long mb = 0, mr = 0, db = 0, dr = 0;
+            for (int i : px) mb += Cb[i], mr += Cr[i];
+            mb /= n, mr /= n;
+            for (int i : px)
+                db += squared == 1 ? (Cb[i] - mb) * (Cb[i] - mb) : std::abs(Cb[i] - mb),
+                dr += squared == 1 ? (Cr[i] - mr) * (Cr[i] - mr) : std::abs(Cr[i] - mr);
+            db /= n, dr /= n;
+            if (global) {
+                sums[0] += db, sums[1] += dr, sums[2] += mb, sums[3] += mr, ++blocks;
+                continue;
+            }
+            for (int i : px) mask[i] = near(i, mb, mr, db, dr) ? Y[i] : 0, nearWhite += near(i, mb, mr, db, dr);
+        }
+    if (global == 1) {
+        long v[4];
+        for (int k = 0; k < 4; ++k) v[k] = long(std::floor(double(sums[k]) / blocks + 0.5));
+        for (int i = 0; i < w * h; ++i) mask[i] = near(i, v[2], v[3], v[0], v[1]) ? Y[i] : 0, nearWhite += near(i, v[2], v[3], v[0], v[1]);
+    }
+    std::vector<long> hist(256);
+    for (int m : mask) ++hist[m];
+    int t = 0, yMax = 255;
+    for (long i = 255, acc = 0; i >= 0; --i)
+        if ((acc += hist[i]) > nearWhite / 10) { t = int(i); break; }
+    while (yMax > 0 && !hist[yMax]) --yMax;
+    if (yMax == 0) return d;
+    long sum[3] = {}, count = 0;
+    for (int i = 0; i < w * h; ++i)
+        if (mask[i] > t)
+            for (int c = 0; c < 3; ++c) sum[c] += src.at(i % w, i / w, c), count += c == 0;
+    return Balance(src, d, yMax, count, sum);
+}
+
+TEST(ConvertRowToYCbCr, FullRangeLumaChromaWithWrappingStorage) {
+    Image row = vtest::RandomImage(200, 1, 3);
+    row.at(0, 0, 0) = 255, row.at(0, 0, 1) = row.at(0, 0, 2) = 0;  // pure blue: Cb of +128 wraps to 0
+    std::vector<uint8_t> out(600);
+    velomar::ConvertRowToYCbCr(200, out.data(), row.data());
+    EXPECT_EQ(out[1], 0);
+    for (int x = 1; x < 200; ++x) {
+        const double b = row.at(x, 0, 0), g = row.at(x, 0, 1), r = row.at(x, 0, 2);
+        EXPECT_NEAR(out[3 * x], 0.299 * r + 0.587 * g + 0.114 * b, 0.51) << x;
+        EXPECT_NEAR(out[3 * x + 1], std::fmod(-0.168736 * r - 0.331264 * g + 0.5 * b + 128 + 256, 256), 0.51) << x;
+        EXPECT_NEAR(out[3 * x + 2], std::fmod(0.5 * r - 0.418688 * g - 0.081312 * b + 128 + 256, 256), 0.51) << x;
+    }
+}
+
+TEST(AutoWhiteBalance, DynamicThresholdMatchesDirectBlockStatistics) {
+    for (int trial = 0; trial < 60 && !HasFailure(); ++trial) {
+        const int w = RandomInt(1, 40), h = RandomInt(1, 30), pad = RandomInt(0, 4), bs = RandomInt(1, 50);
+        const int global = std::array{0, 1, 2}[trial % 3], squared = trial / 3 % 2;
+        const Image src = trial % 2 ? vtest::RandomSmoothImage(w, h, 3, pad) : vtest::RandomImage(w, h, 3, pad);
+        EXPECT_TRUE(vtest::MatchesBothWays(
+            src, vtest::RandomImage(w, h, 3, pad, 0x3C),
+            [&](const uint8_t* s, uint8_t* d) {
+                AutoWhiteBalanceUseDynamicThreshold(s, d, w, h, src.stride, bs, uint8_t(global), uint8_t(squared));
+            },
+            [&](std::vector<uint8_t> d) { return DynamicModel(src, d, bs, global, squared); }))
+            << w << "x" << h << " block " << bs << " global " << global << " squared " << squared;
+    }
+}
+
+TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
+    for (int trial = 0; trial < 40 && !HasFailure(); ++trial) {
+        const int w = RandomInt(1, 40), h = RandomInt(1, 30), pad = RandomInt(0, 2);
+        const int ratio = std::array{0, 1, 5, 30, 100, 140}[trial % 6];
+        const Image src = trial % 2 ? vtest::RandomSmoothImage(w, h, 3, pad) : vtest::RandomImage(w, h, 3, pad);
+        const Image dest = vtest::RandomImage(w, h, 3, pad, 0x3C);
+        EXPECT_TRUE(vtest::MatchesBothWays(
+            src, dest,
+            [&](const uint8_t* s, uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(s, d, w, h, src.stride, ratio); },
+            [&](std::vector<uint8_t> d) {
+                std::vector<long> hist(768);
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x) ++hist[src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2)];
+                int t = 0;
+                for (long i = 767, acc = 0; i >= 0; --i)
+                    if ((acc += hist[i]) > long(w) * h * ratio / 100) { t = int(i); break; }
+                long sum[3] = {}, count = 0;
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        if (src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2) > t)
+                            for (int c = 0; c < 3; ++c) sum[c] += src.at(x, y, c), count += c == 0;
+                return Balance(src, d, 255, count, sum);
+            }))
+            << w << "x" << h << " ratio " << ratio;
+        if (pad > 0) continue;  // grey world needs Stride / Width == 3
+        EXPECT_TRUE(vtest::MatchesBothWays(
+            src, dest, [&](const uint8_t* s, uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(s, d, w, h, src.stride); },
+            [&](std::vector<uint8_t> d) {
+                long sum[3] = {};
+                for (int y = 0; y < h; ++y)
+                    for (int c = 0; c < 3; ++c) sum[c] += src.at(0, y, c);  // the first column's means
+                const long grey = (sum[0] / h + sum[1] / h + sum[2] / h) / 3;
+                return grey ? Balance(src, d, grey, h, sum) : d;
+            }));
+    }
+}
+
+TEST(AutoWhiteBalance, NeutralFirstColumnAndUnusableLayoutsKeepTheImage) {
+    Image src = vtest::RandomImage(9, 7, 3), out(9, 7, 3, 0, 5);
+    for (int y = 0; y < 7; ++y) src.at(0, y, 0) = src.at(0, y, 1) = src.at(0, y, 2) = uint8_t(100 + y);
+    AutoWhiteBalanceUseStandardGrayWorldModel(src.data(), out.data(), 9, 7, 27);
+    EXPECT_EQ(out.bytes, src.bytes);
+    Image four = vtest::RandomImage(9, 7, 4), untouched(9, 7, 4, 0, 5);
+    AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), untouched.data(), 9, 7, 36);      // four bytes
+    AutoWhiteBalanceUseReflectorTheory(four.data(), untouched.data(), 9, 7, 18, 5);          // short rows
+    AutoWhiteBalanceUseDynamicThreshold(four.data(), untouched.data(), 9, 7, 36, 0, 0, 0);   // no blocks
+    AutoWhiteBalanceUseDynamicThreshold(nullptr, untouched.data(), 9, 7, 36, 8, 0, 0);
+    EXPECT_TRUE(vtest::AllBytes(untouched.bytes, 5));
+}
+
+}  // namespace
