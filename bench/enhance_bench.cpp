@@ -4,6 +4,10 @@
 #include "bench_util.h"
 #include "velomar.h"
 
+#if VELOMAR_HAVE_XPHOTO
+#include <opencv2/xphoto/white_balance.hpp>
+#endif
+
 namespace {
 
 struct Registrar {
@@ -18,6 +22,23 @@ struct Registrar {
                 AdaptAutoLevel(s.data(), d.data(), s.width, s.height, s.stride, 8, 8, 0.01, 0.5);
             });
         }
+        vbench::Register("AutoWhiteBalanceUseStandardGrayWorldModel/bgr", 3, [](Image& s, Image& d) {
+            AutoWhiteBalanceUseStandardGrayWorldModel(s.data(), d.data(), s.width, s.height, s.stride);
+        });
+        vbench::Register("AutoWhiteBalanceUseReflectorTheory/bgr", 3, [](Image& s, Image& d) {
+            AutoWhiteBalanceUseReflectorTheory(s.data(), d.data(), s.width, s.height, s.stride, 5);
+        });
+        vbench::Register("AutoWhiteBalanceUseDynamicThreshold/bgr", 3, [](Image& s, Image& d) {
+            AutoWhiteBalanceUseDynamicThreshold(s.data(), d.data(), s.width, s.height, s.stride, 64, 0, 0);
+        });
+#if VELOMAR_HAVE_XPHOTO
+        vbench::RegisterPeer("AutoWhiteBalanceUseStandardGrayWorldModel/bgr", "cv::xphoto grey world", 3,
+                             [](Image& s, Image& d) {
+                                 static cv::Ptr<cv::xphoto::GrayworldWB> wb = cv::xphoto::createGrayworldWB();
+                                 cv::Mat out = vbench::AsMat(d);
+                                 wb->balanceWhite(vbench::AsMat(s), out);
+                             });
+#endif
 #if VELOMAR_HAVE_OPENCV
         vbench::RegisterPeer("AdaptEqualize/grey/8x8", "cv::createCLAHE 8x8", 1, [](Image& s, Image& d) {
             static cv::Ptr<cv::CLAHE> clahe = cv::createCLAHE(2.0, cv::Size(8, 8));
