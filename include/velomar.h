@@ -305,6 +305,19 @@ VL_API void VL_CALL AutoWhiteBalanceUseReflectorTheory(const unsigned char* Src,
 VL_API void VL_CALL AutoWhiteBalanceUseStandardGrayWorldModel(const unsigned char* Src, unsigned char* Dest,
                                                               int32_t Width, int32_t Height, int32_t Stride);
 
+/* Multi-scale Retinex: per value, ln(v + 1) minus the log of its Gaussian
+ * surround, averaged over NScales scales (one: Sigma; two: Sigma / 2 and
+ * Sigma; more: evenly spaced from 2 by Sigma / NScales), then stretched over
+ * 0..255 from Dynamic standard deviations about the mean. MSRCRGIMP treats
+ * each channel (grey, or three bytes per pixel); MSRHSV filters the HSV value
+ * of three-byte pixels and keeps their hue and saturation. NScales below 1
+ * writes nothing; the time grows with NScales (one blur each). Row padding is
+ * not written; Src may equal Dest. */
+VL_API void VL_CALL MSRCRGIMP(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
+                              int32_t Stride, double Sigma, int32_t NScales, double Dynamic);
+VL_API void VL_CALL MSRHSV(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
+                           int32_t Stride, double Sigma, int32_t NScales, double Dynamic);
+
 /* ---- Local statistics --------------------------------------------------- */
 
 /* Minimum / maximum / maximum minus minimum over the box clipped to the

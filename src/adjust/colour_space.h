@@ -3,6 +3,7 @@
 // that every filter converting to a space converts the same way.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 #include "core/core.h"
@@ -26,6 +27,58 @@ inline void ConvertRowToYCbCr(int32_t Width, uint8_t* Dest, const uint8_t* Src) 
         Dest[0] = static_cast<uint8_t>(y);
         Dest[1] = static_cast<uint8_t>(cb);
         Dest[2] = static_cast<uint8_t>(cr);
+    }
+}
+
+// HSV rows: three doubles per pixel, H in sextants (0 <= H < 6), S in 0..1,
+// V in 0..255 (the largest byte). Grey pixels get H = S = 0; ties between the
+// largest bytes favour red, then green.
+inline void RowBgrToHsv(int32_t Width, const uint8_t* Src, double* Hsv) {
+    for (int32_t x = 0; x < Width; ++x, Src += 3, Hsv += 3) {
+        const int32_t B = Src[0], G = Src[1], R = Src[2];
+        const int32_t max = std::max({B, G, R}), min = std::min({B, G, R}), delta = max - min;
+        double h = 0, s = 0;
+        if (max != 0 && delta != 0) {
+            if (max == R)
+                h = double(G - B) / delta;
+            else if (max == G)
+                h = double(B - R) / delta + 2;
+            else
+                h = double(R - G) / delta + 4;
+            if (h < 0) h += 6;
+            s = double(delta) / max;
+        }
+        Hsv[0] = h;
+        Hsv[1] = s;
+        Hsv[2] = max;
+    }
+}
+
+// Back to blue, green, red bytes, each value truncated without clamping; a
+// hue outside 0..6 leaves its pixel unwritten.
+inline void RowHsvToBgr(int32_t Width, const double* Hsv, uint8_t* Dest) {
+    auto byte = [](double v) { return static_cast<uint8_t>(TruncToInt(v)); };
+    for (int32_t x = 0; x < Width; ++x, Hsv += 3, Dest += 3) {
+        const double H = Hsv[0], S = Hsv[1], V = Hsv[2];
+        if (S == 0) {
+            Dest[0] = Dest[1] = Dest[2] = byte(V);
+            continue;
+        }
+        const int32_t i = TruncToInt(H);
+        const double f = H - i, p = V * (1 - S), q = V * (1 - S * f), t = V * (1 - S * (1 - f));
+        double r, g, b;
+        switch (i) {
+            case 0: r = V, g = t, b = p; break;
+            case 1: r = q, g = V, b = p; break;
+            case 2: r = p, g = V, b = t; break;
+            case 3: r = p, g = q, b = V; break;
+            case 4: r = t, g = p, b = V; break;
+            case 5: r = V, g = p, b = q; break;
+            default: continue;
+        }
+        Dest[0] = byte(b);
+        Dest[1] = byte(g);
+        Dest[2] = byte(r);
     }
 }
 

@@ -2,6 +2,7 @@
 // internal forms of the exports.
 #pragma once
 
+#include "adjust/colour_space.h"  // the HSV rows (RowBgrToHsv, RowHsvToBgr) live there
 #include "core/core.h"
 
 namespace velomar {
@@ -47,5 +48,23 @@ void AutoWhiteBalanceUseReflectorTheory(const uint8_t* Src, uint8_t* Dest, int32
                                         int32_t Stride, int32_t Ratio);
 void AutoWhiteBalanceUseStandardGrayWorldModel(const uint8_t* Src, uint8_t* Dest, int32_t Width,
                                                int32_t Height, int32_t Stride);
+
+// ---- Retinex -------------------------------------------------------------------
+
+// Out (Height * Stride doubles, row padding positions included) receives the
+// mean over NScales (at least 1) Gaussian scales of ln(v + 1) - ln(blur + 1).
+// One scale is Sigma; two are Sigma / 2 and Sigma; more are spread evenly from
+// 2 by Sigma / NScales.
+void MultiScaleRetinex(int32_t NScales, const uint8_t* Src, double* Out, int32_t Width, int32_t Height,
+                       int32_t Stride, double Sigma);
+// Doubles to bytes per channel (grey, or three per pixel): the range of
+// Dynamic deviations about the mean is stretched over 0..255, truncated and
+// clamped. Only pixel bytes are written.
+void StretchByDeviation(const double* In, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                        double Dynamic);
+void MSRCRGIMP(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride, double Sigma,
+               int32_t NScales, double Dynamic);
+void MSRHSV(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride, double Sigma,
+            int32_t NScales, double Dynamic);
 
 }  // namespace velomar

@@ -250,6 +250,18 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values&) {
              AutoWhiteBalanceUseStandardGrayWorldModel(s, d, w, h, st);
          })},
+        {"MSRCRGIMP", "multi-scale Retinex per channel", kAnyLayout,
+         {{"Sigma", kDouble, 90, "largest Gaussian scale"}, {"NScales", kInt, 3, "number of scales (at least 1)"},
+          {"Dynamic", kDouble, 2, "deviations mapped onto 0..255"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             MSRCRGIMP(s, d, w, h, st, v[0], int(v[1]), v[2]);
+         })},
+        {"MSRHSV", "multi-scale Retinex on the HSV value", kColour,
+         {{"Sigma", kDouble, 90, "largest Gaussian scale"}, {"NScales", kInt, 3, "number of scales (at least 1)"},
+          {"Dynamic", kDouble, 2, "deviations mapped onto 0..255"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             MSRHSV(s, d, w, h, st, v[0], int(v[1]), v[2]);
+         })},
         // ---- Local statistics
         {"MinValue", "minimum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},
