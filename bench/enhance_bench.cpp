@@ -31,6 +31,20 @@ struct Registrar {
         vbench::Register("AutoWhiteBalanceUseDynamicThreshold/bgr", 3, [](Image& s, Image& d) {
             AutoWhiteBalanceUseDynamicThreshold(s.data(), d.data(), s.width, s.height, s.stride, 64, 0, 0);
         });
+        // Retinex with three scales, against three Gaussian blurs of the same
+        // scales on the same image (its floor).
+        for (int c : {1, 3}) {
+            const std::string key = std::string("MSRCRGIMP/") + vbench::LayoutName(c) + "/3 scales";
+            vbench::Register(key, c, [](Image& s, Image& d) {
+                MSRCRGIMP(s.data(), d.data(), s.width, s.height, s.stride, 90, 3, 2);
+            });
+            vbench::Register(key + " (3 GuassBlur)", c, [](Image& s, Image& d) {
+                for (double sigma : {2.0, 32.0, 62.0}) GuassBlur(s.data(), d.data(), s.width, s.height, s.stride, sigma);
+            });
+        }
+        vbench::Register("MSRHSV/bgr/3 scales", 3, [](Image& s, Image& d) {
+            MSRHSV(s.data(), d.data(), s.width, s.height, s.stride, 90, 3, 2);
+        });
 #if VELOMAR_HAVE_XPHOTO
         vbench::RegisterPeer("AutoWhiteBalanceUseStandardGrayWorldModel/bgr", "cv::xphoto grey world", 3,
                              [](Image& s, Image& d) {

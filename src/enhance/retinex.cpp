@@ -22,15 +22,36 @@ void MultiScaleRetinex(int32_t NScales, const uint8_t* Src, double* Out, int32_t
     }
     double logs[256];
     for (int v = 0; v < 256; ++v) logs[v] = std::log(v + 1.0);
+    // Every term (ln(s + 1) - ln(b + 1)) * weight, precomputed for each pair
+    // of bytes: the same expression, looked up instead of recomputed.
+    Buffer<double> term(size_t(256) * 256);
+    for (int a = 0; a < 256; ++a)
+        for (int b = 0; b < 256; ++b) term[size_t(a) * 256 + b] = (logs[a] - logs[b]) * weight;
     const size_t n = ImageBytes(Height, Stride);
-    std::memset(Out, 0, n * sizeof(double));
-    // The blur does not write row padding: the scratch starts as a copy of the
-    // source there, so padding positions add nothing (they are not pixels).
-    Buffer<uint8_t> blur(n);
-    std::memcpy(blur.data(), Src, n);
-    for (int32_t k = 0; k < NScales; ++k) {
-        GuassBlur(Src, blur.data(), Width, Height, Stride, scales[k]);
-        for (size_t i = 0; i < n; ++i) Out[i] += (logs[Src[i]] - logs[blur[i]]) * weight;
+    // The blur does not write row padding: each scratch plane starts as a
+    // copy of the source there, so padding positions add nothing (they are
+    // not pixels). A few scales are blurred, then added in one pass, each
+    // position still summing its terms scale by scale.
+    constexpr int32_t kBatch = 4;
+    Buffer<uint8_t> blur(n * size_t(std::min(NScales, kBatch)));
+    for (int32_t k0 = 0; k0 < NScales; k0 += kBatch) {
+        const int32_t count = std::min(kBatch, NScales - k0);
+        const uint8_t* b[kBatch];
+        for (int32_t k = 0; k < count; ++k) {
+            uint8_t* plane = blur.data() + size_t(k) * n;
+            const size_t used = size_t(BytesPerPixel(Width, Stride) == 1 ? 1 : 3) * Width;
+            if (used < size_t(Stride))  // only the padding needs it: the blur writes every pixel
+                for (int32_t y = 0; y < Height; ++y)
+                    std::memcpy(plane + size_t(y) * Stride + used, Src + size_t(y) * Stride + used, Stride - used);
+            GuassBlur(Src, plane, Width, Height, Stride, scales[k0 + k]);
+            b[k] = plane;
+        }
+        for (size_t i = 0; i < n; ++i) {
+            const double* row = term.data() + size_t(Src[i]) * 256;
+            double a = k0 == 0 ? 0.0 : Out[i];
+            for (int32_t k = 0; k < count; ++k) a += row[b[k][i]];
+            Out[i] = a;
+        }
     }
 }
 
@@ -38,25 +59,28 @@ void StretchByDeviation(const double* In, uint8_t* Dest, int32_t Width, int32_t 
                         double Dynamic) {
     const int32_t channels = BytesPerPixel(Width, Stride) == 1 ? 1 : 3;
     const double count = double(Width) * double(Height);
+    // The channels are walked side by side, each summing its own values in
+    // pixel order.
+    auto each = [&](auto&& f) {
+        for (int32_t y = 0; y < Height; ++y) {
+            const size_t row = size_t(y) * Stride;
+            for (int32_t x = 0; x < Width; ++x)
+                for (int32_t c = 0; c < channels; ++c) f(c, row + size_t(x) * channels + c);
+        }
+    };
+    double sum[3] = {0, 0, 0}, squares[3] = {0, 0, 0}, mean[3], min[3], gain[3];
+    each([&](int32_t c, size_t i) { sum[c] += In[i]; });
+    for (int32_t c = 0; c < channels; ++c) mean[c] = sum[c] / count;
+    each([&](int32_t c, size_t i) { squares[c] += (In[i] - mean[c]) * (In[i] - mean[c]); });
     for (int32_t c = 0; c < channels; ++c) {
-        auto each = [&](auto&& f) {
-            for (int32_t y = 0; y < Height; ++y) {
-                const size_t row = size_t(y) * Stride + c;
-                for (int32_t x = 0; x < Width; ++x) f(row + size_t(x) * channels);
-            }
-        };
-        double sum = 0;
-        each([&](size_t i) { sum += In[i]; });
-        const double mean = sum / count;
-        double squares = 0;
-        each([&](size_t i) { squares += (In[i] - mean) * (In[i] - mean); });
-        const double deviation = std::sqrt(squares / count);
-        const double min = mean - Dynamic * deviation, max = mean + Dynamic * deviation;
-        double range = max - min;
+        const double deviation = std::sqrt(squares[c] / count);
+        min[c] = mean[c] - Dynamic * deviation;
+        const double max = mean[c] + Dynamic * deviation;
+        double range = max - min[c];
         if (range == 0) range = 1.0;
-        const double gain = 255 / range;
-        each([&](size_t i) { Dest[i] = TruncClampByte((In[i] - min) * gain); });
+        gain[c] = 255 / range;
     }
+    each([&](int32_t c, size_t i) { Dest[i] = TruncClampByte((In[i] - min[c]) * gain[c]); });
 }
 
 void MSRCRGIMP(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride, double Sigma,
