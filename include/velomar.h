@@ -318,6 +318,49 @@ VL_API void VL_CALL MSRCRGIMP(const unsigned char* Src, unsigned char* Dest, int
 VL_API void VL_CALL MSRHSV(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
                            int32_t Stride, double Sigma, int32_t NScales, double Dynamic);
 
+/* ---- Frequency domain --------------------------------------------------- */
+
+/* Spectrum pictures. Each channel (grey, or the first three bytes of a pixel
+ * for any other Stride / Width) is loaded into a float plane padded with zeros
+ * to powers of two, transformed, and the centred Width x Height window of the
+ * plane is written back, truncated and clamped to 0..255. Fourth bytes and row
+ * padding are not written; Src may equal Dest. A Stride / Width of 2 writes
+ * nothing. */
+
+/* Amplitude spectrum, zero frequency at the centre: (|re| + |im|) / 255 for
+ * Direction 0 (unscaled transform), x 255 for Direction 1 (transform scaled by
+ * 1 / (padded width x height)); only Direction's low byte counts. The pixels
+ * are the imaginary part of the signal; CopyToReal 1 also copies them into the
+ * real part, any other value leaves it zero. */
+VL_API void VL_CALL ShowFFT(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
+                            int32_t Stride, unsigned char CopyToReal, int32_t Direction);
+/* Orthonormal DCT coefficients x 10, low orders at the top-left for
+ * power-of-two sizes: Direction 0 the forward transform, 1 the inverse
+ * transform of the pixels. */
+VL_API void VL_CALL ShowDCT(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
+                            int32_t Stride, int32_t Direction);
+/* Walsh-Hadamard coefficients (dyadic order, scaled by 1 / padded area)
+ * x 2000. */
+VL_API void VL_CALL ShowWALSH(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
+                              int32_t Stride);
+
+/* Filters Src with Kernel, normalised by the kernel's sum (1 when it sums to
+ * 0), rounded and clamped into Dest. Kernel holds Kernel.Width x
+ * Kernel.Height floats row after row at Data (its other fields are not read).
+ * Conv2 correlates over a border extended by EdgeMode; kernels whose rows,
+ * padded to a multiple of 4, hold more than 16 floats but not a multiple of
+ * 16 weigh the first floats twice and leave as many out at the end (a 5 x 5
+ * kernel counts its first row twice and not its last). FFTConv2 convolves
+ * (the kernel mirrored) through the FFT, which pays off for large kernels.
+ * Channel 3 is filtered per channel; any other Channel reads and writes only
+ * the first Width bytes of each row. Src may equal Dest. Returns 3 for a null
+ * record or Data, 5 when Src and Dest differ in shape (Width, Height,
+ * Channel, Depth, WidthStep), 4 for a kernel size below 1 (or an image
+ * without pixels, or rows shorter than their pixels), Conv2 also 4 for a
+ * depth other than DEPTH_8U; Dest is untouched on any non-zero result. */
+VL_API Status VL_CALL Conv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
+VL_API Status VL_CALL FFTConv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
+
 /* ---- Local statistics --------------------------------------------------- */
 
 /* Minimum / maximum / maximum minus minimum over the box clipped to the

@@ -1,0 +1,387 @@
+// Convolution with a user kernel: Conv2 correlates over a border-extended copy
+// through four-lane dot products, FFTConv2 convolves through the FFT. Both
+// normalise by the kernel sum, round and clamp, and split three-channel images
+// into planes.
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "core/planes.h"
+#include "frequency/frequency.h"
+
+namespace velomar {
+
+namespace {
+
+// ---- kernel and records ---------------------------------------------------------------
+
+// Element i of the kernel, row after row (Data need not be float-aligned).
+inline float KernelAt(const Matrix* Kernel, size_t i) {
+    float f;
+    std::memcpy(&f, Kernel->Data + i * sizeof(float), sizeof(float));
+    return f;
+}
+
+// 1 / (sum of the kernel in storage order, in float), or 1 for a zero sum.
+float KernelScale(const Matrix* Kernel) {
+    const size_t count = size_t(Kernel->Width) * size_t(Kernel->Height);
+    float sum = 0.0f;
+    for (size_t i = 0; i < count; ++i) sum = sum + KernelAt(Kernel, i);
+    return sum != 0.0f ? 1.0f / sum : 1.0f;
+}
+
+bool KernelAndImageOk(const Matrix* Src, const void* Context) {
+    const Matrix* Kernel = static_cast<const Matrix*>(Context);
+    if (Kernel->Width < 1 || Kernel->Height < 1) return false;
+    // Records outside the Matrix rules (no pixels, rows shorter than their
+    // pixels) are refused as parameters rather than read out of bounds.
+    const int64_t rowBytes = int64_t(Src->Width) * (Src->Channel == 3 ? 3 : 1);
+    return Src->Width >= 1 && Src->Height >= 1 && Src->WidthStep >= rowBytes;
+}
+
+// Null records or Data -> 3, a shape difference -> 5, a kernel size below 1
+// (or an image outside the record rules) -> 4. The depth is not tested: the
+// convolutions read bytes whatever it says.
+Status Validate(const Matrix* Src, const Matrix* Kernel, const Matrix* Dest) {
+    const Status s = MatrixPreamble(Src, Dest, Kernel && Kernel->Data, KernelAndImageOk, Kernel);
+    return s == STATUS_NOT_SUPPORTED ? STATUS_OK : s;
+}
+
+// A record made by VL_CreateMatrix (or GetPadImage), released when it goes out
+// of scope unless released before.
+class OwnedRecord {
+public:
+    OwnedRecord() = default;
+    explicit OwnedRecord(Matrix* m) : m_(m) {}
+    OwnedRecord(const OwnedRecord&) = delete;
+    OwnedRecord& operator=(const OwnedRecord&) = delete;
+    ~OwnedRecord() {
+        if (m_) VL_FreeMatrix(&m_);
+    }
+    Status Create(int32_t Width, int32_t Height) {
+        const Status s = VL_CreateMatrix(Width, Height, DEPTH_8U, 1, &m_);
+        if (s != STATUS_OK) m_ = nullptr;  // a failed creation leaves a released address
+        return s;
+    }
+    Status Release() {
+        const Status s = VL_FreeMatrix(&m_);
+        m_ = nullptr;
+        return s;
+    }
+    Matrix* get() const { return m_; }
+
+private:
+    Matrix* m_ = nullptr;
+};
+
+using ConvolutionForm = Status (*)(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
+
+// Three channels: split into one-channel records, filter each in place with
+// the export's own form, merge into Dest. The result is that of the last
+// release. A plane that cannot be created or filtered (out of memory) ends the
+// call with that status before Dest is written.
+Status PerChannel(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode, ConvolutionForm form) {
+    OwnedRecord planes[3];
+    for (OwnedRecord& p : planes)
+        if (const Status s = p.Create(Src->Width, Src->Height); s != STATUS_OK) return s;
+    SplitChannels(Src, planes[0].get(), planes[1].get(), planes[2].get());
+    for (OwnedRecord& p : planes)
+        if (const Status s = form(p.get(), Kernel, p.get(), EdgeMode); s != STATUS_OK) return s;
+    MergeChannels(Dest, planes[0].get(), planes[1].get(), planes[2].get());
+    Status last = STATUS_OK;
+    for (OwnedRecord& p : planes) last = p.Release();
+    return last;
+}
+
+// ---- Conv2 ------------------------------------------------------------------------------
+//
+// Every output is DotProduct(kernel buffer, strip of the extended image) over
+// KWpad x KH floats. The fast path computes the same dot products for 4 or 32
+// neighbouring pixels at once, one pixel per vector lane: accumulator e of
+// the 16-element blocks and lane l of the remainder pass are kept as separate
+// vectors and combined in DotProduct's order. Terms with a zero weight are
+// left out: the sample is a finite pixel value, so the product is a zero,
+// and adding a zero never changes an accumulator (which starts at +0 and so
+// is never -0).
+
+struct Term {
+    float weight;
+    ptrdiff_t offset;  // of the sample from the output pixel's top-left tap
+};
+
+struct ConvPlan {
+    int32_t count = 0;   // KWpad * KH
+    int32_t blocks = 0;  // whole blocks of 16 when count > 16, else 0
+    int32_t rest = 0;    // products of the second pass
+    std::vector<Term> block[16], remainder[4];
+};
+
+ConvPlan MakePlan(const float* kernelBuffer, int32_t kwPad, int32_t count, ptrdiff_t rowStep) {
+    ConvPlan plan;
+    plan.count = count;
+    plan.blocks = count > 16 ? count / 16 : 0;
+    plan.rest = count > 16 ? count - 16 * (count / 16) : count;
+    auto term = [&](int32_t i) { return Term{kernelBuffer[i], ptrdiff_t(i / kwPad) * rowStep + i % kwPad}; };
+    for (int32_t b = 0; b < plan.blocks; ++b)
+        for (int32_t e = 0; e < 16; ++e)
+            if (kernelBuffer[16 * b + e] != 0.0f) plan.block[e].push_back(term(16 * b + e));
+    for (int32_t g = 0; g < plan.rest / 4; ++g)
+        for (int32_t l = 0; l < 4; ++l)
+            if (kernelBuffer[4 * g + l] != 0.0f) plan.remainder[l].push_back(term(4 * g + l));
+    return plan;
+}
+
+template <int NV>
+inline void Accumulate(const std::vector<Term>& terms, const float* base, __m128* acc) {
+    for (int v = 0; v < NV; ++v) acc[v] = _mm_setzero_ps();
+    for (const Term& t : terms) {
+        const __m128 w = _mm_set1_ps(t.weight);
+        const float* p = base + t.offset;
+        for (int v = 0; v < NV; ++v) acc[v] = _mm_add_ps(acc[v], _mm_mul_ps(w, _mm_loadu_ps(p + 4 * v)));
+    }
+}
+
+// trunc(d * Scale + 0.5) in double for four sums, as 32-bit integers.
+inline __m128i RoundScaled(__m128 d, __m128d scale) {
+    const __m128d half = _mm_set1_pd(0.5);
+    const __m128d lo = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(d), scale), half);
+    const __m128d hi = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(d, d)), scale), half);
+    return _mm_unpacklo_epi64(_mm_cvttpd_epi32(lo), _mm_cvttpd_epi32(hi));
+}
+
+// Outputs of 4 * NV neighbouring pixels; `base` is the top-left tap of the
+// first one in the float copy of the extended image.
+template <int NV>
+void ConvolvePixels(const ConvPlan& plan, const float* base, __m128d scale, uint8_t* out) {
+    __m128 total[NV];
+    if (plan.blocks > 0) {
+        __m128 s[16][NV];
+        for (int e = 0; e < 16; ++e) Accumulate<NV>(plan.block[e], base, s[e]);
+        for (int v = 0; v < NV; ++v) {
+            __m128 lane[4];  // (S3 + S2) + (S1 + S0), lane by lane
+            for (int l = 0; l < 4; ++l)
+                lane[l] = _mm_add_ps(_mm_add_ps(s[12 + l][v], s[8 + l][v]), _mm_add_ps(s[4 + l][v], s[l][v]));
+            total[v] = _mm_add_ps(_mm_add_ps(_mm_add_ps(lane[0], lane[1]), lane[2]), lane[3]);
+        }
+    } else {
+        for (int v = 0; v < NV; ++v) total[v] = _mm_setzero_ps();
+    }
+    if (plan.blocks == 0 || plan.rest > 0) {
+        __m128 m[4][NV];
+        for (int l = 0; l < 4; ++l) Accumulate<NV>(plan.remainder[l], base, m[l]);
+        for (int v = 0; v < NV; ++v)
+            total[v] = _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_add_ps(m[0][v], m[1][v]), m[2][v]), m[3][v]), total[v]);
+    }
+    if constexpr (NV == 1) {
+        const __m128i q = RoundScaled(total[0], scale);
+        const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(q, q), _mm_setzero_si128());
+        const int32_t four = _mm_cvtsi128_si32(bytes);
+        std::memcpy(out, &four, 4);
+    } else {
+        static_assert(NV % 4 == 0);
+        for (int v = 0; v < NV; v += 4) {
+            const __m128i a = _mm_packs_epi32(RoundScaled(total[v], scale), RoundScaled(total[v + 1], scale));
+            const __m128i b = _mm_packs_epi32(RoundScaled(total[v + 2], scale), RoundScaled(total[v + 3], scale));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * v), _mm_packus_epi16(a, b));
+        }
+    }
+}
+
+Status Conv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    const int32_t kw = Kernel->Width, kh = Kernel->Height;
+    const int32_t left = kw / 2, right = kw - left - 1, top = kh / 2, bottom = kh - top - 1;
+    // Only the first Width bytes of each row take part, whatever the channel
+    // count: the extended copy is made of a one-channel view of them. (A
+    // channel count outside 1..4 is passed on, and refused there, as it is.)
+    Matrix view = *Src;
+    if (view.Channel >= 1 && view.Channel <= 4) view.Channel = 1;
+    Matrix* paddedRecord = nullptr;
+    const Status s = GetPadImage(&view, &paddedRecord, left, right, top, bottom, EdgeMode);
+    if (s != STATUS_OK) return s;
+    const OwnedRecord padded(paddedRecord);
+
+    const float scale = KernelScale(Kernel);
+    const int64_t kwPad = ((int64_t(kw) + 3) / 4) * 4;
+    const int64_t count = kwPad * kh;
+    if (count > INT32_MAX) throw std::bad_alloc();  // no dot product that long can be held
+    Buffer<float> kernelBuffer(size_t(count), true);  // rows padded with zeros
+    for (int32_t r = 0; r < kh; ++r)
+        for (int32_t c = 0; c < kw; ++c) kernelBuffer[size_t(r * kwPad + c)] = KernelAt(Kernel, size_t(r) * kw + c);
+
+    // The extended image as floats.
+    const int32_t width = Src->Width, height = Src->Height;
+    const size_t pw = size_t(paddedRecord->Width), ph = size_t(paddedRecord->Height);
+    Buffer<float> extended(pw * ph);
+    for (size_t r = 0; r < ph; ++r) {
+        const uint8_t* p = paddedRecord->Data + r * size_t(paddedRecord->WidthStep);
+        float* e = extended.data() + r * pw;
+        for (size_t c = 0; c < pw; ++c) e[c] = float(p[c]);
+    }
+
+    const ConvPlan plan = MakePlan(kernelBuffer.data(), int32_t(kwPad), int32_t(count), ptrdiff_t(pw));
+    const __m128d scale2 = _mm_set1_pd(double(scale));
+    Buffer<float> column(size_t(count), true);  // one strip for the pixels left over
+    for (int32_t y = 0; y < height; ++y) {
+        const float* row = extended.data() + size_t(y) * pw;
+        uint8_t* out = Dest->Data + size_t(y) * size_t(Dest->WidthStep);
+        int32_t x = 0;
+        for (; x + 32 <= width; x += 32) ConvolvePixels<8>(plan, row + x, scale2, out + x);
+        for (; x + 4 <= width; x += 4) ConvolvePixels<1>(plan, row + x, scale2, out + x);
+        for (; x < width; ++x) {
+            for (int32_t r = 0; r < kh; ++r)
+                std::copy_n(row + size_t(r) * pw + x, kw, column.data() + size_t(r) * kwPad);
+            const float d = DotProduct(kernelBuffer.data(), column.data(), int32_t(count));
+            out[x] = TruncClampByte(double(d) * double(scale) + 0.5);
+        }
+    }
+    return STATUS_OK;
+}
+
+Status Conv2Form(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    if (const Status s = Validate(Src, Kernel, Dest); s != STATUS_OK) return s;
+    if (Src->Channel == 3) return PerChannel(Src, Kernel, Dest, EdgeMode, Conv2Form);
+    return Conv2Single(Src, Kernel, Dest, EdgeMode);
+}
+
+// ---- FFTConv2 ---------------------------------------------------------------------------
+
+// Planes of PW x PH floats, refused (as out of memory) beyond what an address
+// space can hold.
+size_t PlaneSize(int64_t pw, int64_t ph) {
+    if (pw > (int64_t(1) << 30) || ph > (int64_t(1) << 30) || uint64_t(pw) * uint64_t(ph) > SIZE_MAX / 64)
+        throw std::bad_alloc();
+    return size_t(pw) * size_t(ph);
+}
+
+Status FFTConv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    const int32_t kw = Kernel->Width, kh = Kernel->Height;
+    const int32_t left = kw / 2, right = kw - left - 1, top = kh / 2, bottom = kh - top - 1;
+    const int32_t width = Src->Width, height = Src->Height;
+    const int64_t pw = PaddedLength(int64_t(width) + 2 * int64_t(kw) - 2);
+    const int64_t ph = PaddedLength(int64_t(height) + 2 * int64_t(kh) - 2);
+    const size_t size = PlaneSize(pw, ph);
+    const float scale = KernelScale(Kernel);
+
+    const int64_t ew = int64_t(width) + kw - 1, eh = int64_t(height) + kh - 1;
+    Buffer<int32_t> columns{size_t(ew)}, rows{size_t(eh)};
+    BuildPadIndexTable(left, width, height, right, top, bottom, EdgeMode, columns.data(), rows.data());
+
+    // The extended image as the imaginary part; one byte per pixel whatever
+    // the depth.
+    Buffer<float> imgImag(size, true), imgReal(size, true);
+    for (int64_t i = 0; i < eh; ++i) {
+        const uint8_t* s = Src->Data + size_t(rows[size_t(i)]) * size_t(Src->WidthStep);
+        float* p = imgImag.data() + size_t(i) * size_t(pw);
+        for (int64_t j = 0; j < ew; ++j) p[j] = float(s[columns[size_t(j)]]);
+    }
+    FFT2D(imgReal.data(), int32_t(ph), imgImag.data(), 0, int32_t(pw));
+
+    Buffer<float> kerImag(size, true), kerReal(size, true);
+    for (int32_t r = 0; r < kh; ++r)
+        for (int32_t c = 0; c < kw; ++c) kerImag[size_t(r) * size_t(pw) + c] = KernelAt(Kernel, size_t(r) * kw + c);
+    FFT2D(kerReal.data(), int32_t(ph), kerImag.data(), 0, int32_t(pw));
+
+    // Product of the two transforms times i (both signals sit in the
+    // imaginary parts): (a, b) x (c, d) -> (a c - d b, a d + c b).
+    float *ii = imgImag.data(), *ir = imgReal.data();
+    const float *ki = kerImag.data(), *kr = kerReal.data();
+    size_t k = 0;
+    for (; k + 4 <= size; k += 4) {
+        const __m128 a = _mm_load_ps(ii + k), b = _mm_load_ps(ir + k);
+        const __m128 c = _mm_load_ps(ki + k), d = _mm_load_ps(kr + k);
+        _mm_store_ps(ii + k, _mm_sub_ps(_mm_mul_ps(a, c), _mm_mul_ps(d, b)));
+        _mm_store_ps(ir + k, _mm_add_ps(_mm_mul_ps(a, d), _mm_mul_ps(c, b)));
+    }
+    for (; k < size; ++k) {
+        const float a = ii[k], b = ir[k], c = ki[k], d = kr[k];
+        ii[k] = a * c - d * b;
+        ir[k] = a * d + c * b;
+    }
+    FFT2D(ir, int32_t(ph), ii, 1, int32_t(pw));
+
+    // Rows sit 2 Top further down and columns 2 Right further right. The
+    // value is truncated before scaling; the scaling and the half are float.
+    for (int32_t y = 0; y < height; ++y) {
+        const float* t = ii + (size_t(y) + 2 * size_t(top)) * size_t(pw) + 2 * size_t(right);
+        uint8_t* out = Dest->Data + size_t(y) * size_t(Dest->WidthStep);
+        for (int32_t x = 0; x < width; ++x) {
+            const float scaled = float(TruncToInt(t[x])) * scale;
+            out[x] = ClampByte(TruncToInt(scaled + 0.5f));
+        }
+    }
+    // The one-channel result is not otherwise defined; it reports success.
+    return STATUS_OK;
+}
+
+Status FFTConv2Form(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    if (const Status s = Validate(Src, Kernel, Dest); s != STATUS_OK) return s;
+    if (Src->Channel == 3) return PerChannel(Src, Kernel, Dest, EdgeMode, FFTConv2Form);
+    return FFTConv2Single(Src, Kernel, Dest, EdgeMode);
+}
+
+}  // namespace
+
+// ---- building blocks ------------------------------------------------------------------
+
+Status SplitChannels(const Matrix* Src, Matrix* Plane0, Matrix* Plane1, Matrix* Plane2) {
+    if (!Src || !Plane0 || !Plane1 || !Plane2) return STATUS_NULL_REFERENCE;
+    if (!Src->Data || !Plane0->Data || !Plane1->Data || !Plane2->Data) return STATUS_NULL_REFERENCE;
+    const size_t step = size_t(Plane0->WidthStep);
+    for (int32_t y = 0; y < Src->Height; ++y)
+        SplitPlanes(Src->Data + size_t(y) * size_t(Src->WidthStep), Src->Width, 1, 0, Plane0->Data + y * step,
+                    Plane1->Data + y * step, Plane2->Data + y * step);
+    return STATUS_OK;
+}
+
+Status MergeChannels(Matrix* Dest, const Matrix* Plane0, const Matrix* Plane1, const Matrix* Plane2) {
+    if (!Dest || !Plane0 || !Plane1 || !Plane2) return STATUS_NULL_REFERENCE;
+    if (!Dest->Data || !Plane0->Data || !Plane1->Data || !Plane2->Data) return STATUS_NULL_REFERENCE;
+    const size_t step = size_t(Plane0->WidthStep);
+    for (int32_t y = 0; y < Dest->Height; ++y)
+        MergePlanes(Plane0->Data + y * step, Plane1->Data + y * step, Plane2->Data + y * step, Dest->Width, 1, 0,
+                    Dest->Data + size_t(y) * size_t(Dest->WidthStep));
+    return STATUS_OK;
+}
+
+float DotProduct(const float* A, const float* B, int32_t Count) {
+    float total = 0.0f;
+    int32_t rest = Count;
+    if (Count > 16) {
+        __m128 s0 = _mm_setzero_ps(), s1 = s0, s2 = s0, s3 = s0;
+        for (int32_t i = 0; i + 16 <= Count; i += 16) {
+            s0 = _mm_add_ps(s0, _mm_mul_ps(_mm_loadu_ps(A + i), _mm_loadu_ps(B + i)));
+            s1 = _mm_add_ps(s1, _mm_mul_ps(_mm_loadu_ps(A + i + 4), _mm_loadu_ps(B + i + 4)));
+            s2 = _mm_add_ps(s2, _mm_mul_ps(_mm_loadu_ps(A + i + 8), _mm_loadu_ps(B + i + 8)));
+            s3 = _mm_add_ps(s3, _mm_mul_ps(_mm_loadu_ps(A + i + 12), _mm_loadu_ps(B + i + 12)));
+        }
+        alignas(16) float lane[4];
+        _mm_store_ps(lane, _mm_add_ps(_mm_add_ps(s3, s2), _mm_add_ps(s1, s0)));
+        total = ((lane[0] + lane[1]) + lane[2]) + lane[3];
+        rest = Count - 16 * (Count / 16);
+        if (rest == 0) return total;
+    }
+    // The remainder pass starts again at element 0.
+    __m128 m = _mm_setzero_ps();
+    for (int32_t g = 0; g < rest / 4; ++g) m = _mm_add_ps(m, _mm_mul_ps(_mm_loadu_ps(A + 4 * g), _mm_loadu_ps(B + 4 * g)));
+    alignas(16) float lane[4];
+    _mm_store_ps(lane, m);
+    return (((lane[0] + lane[1]) + lane[2]) + lane[3]) + total;
+}
+
+Status Conv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    return Conv2Form(Src, Kernel, Dest, EdgeMode);
+}
+
+Status FFTConv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    return FFTConv2Form(Src, Kernel, Dest, EdgeMode);
+}
+
+}  // namespace velomar
+
+VL_API Status VL_CALL Conv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    return velomar::GuardedStatus([&] { return velomar::Conv2(Src, Kernel, Dest, EdgeMode); });
+}
+
+VL_API Status VL_CALL FFTConv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
+    return velomar::GuardedStatus([&] { return velomar::FFTConv2(Src, Kernel, Dest, EdgeMode); });
+}

@@ -1,0 +1,252 @@
+// Conv2 and FFTConv2 against direct correlation and convolution sums, the
+// dot product's documented order, and every validation status.
+#include <cmath>
+#include <functional>
+
+#include "common/reference.h"
+#include "frequency/support.h"
+
+namespace {
+
+using vtest::MapEdge;
+using Form = std::function<Status(const Matrix*, const Matrix*, Matrix*, int32_t)>;
+
+// The dot product in its documented order, one float at a time: sixteen
+// running sums over whole blocks, combined (S3 + S2) + (S1 + S0) lane by lane
+// and then lane 0 first; a remainder pass of four sums from element 0.
+float LiteralDot(const float* a, const float* b, int count) {
+    float total = 0;
+    int rest = count;
+    if (count > 16) {
+        float s[16] = {};
+        for (int i = 0; i + 16 <= count; i += 16)
+            for (int e = 0; e < 16; ++e) s[e] = s[e] + a[i + e] * b[i + e];
+        float lane[4];
+        for (int l = 0; l < 4; ++l) lane[l] = (s[12 + l] + s[8 + l]) + (s[4 + l] + s[l]);
+        total = ((lane[0] + lane[1]) + lane[2]) + lane[3];
+        rest = count % 16;
+        if (rest == 0) return total;
+    }
+    float m[4] = {};
+    for (int g = 0; g < rest / 4; ++g)
+        for (int l = 0; l < 4; ++l) m[l] = m[l] + a[4 * g + l] * b[4 * g + l];
+    return (((m[0] + m[1]) + m[2]) + m[3]) + total;
+}
+
+TEST(DotProduct, FollowsTheDocumentedOrderAndDoubleCount) {
+    auto rng = ftest::NamedRng();
+    for (int count = 0; count <= 100; count += 4) {
+        const std::vector<float> a = ftest::RandomFloats(rng, count + 4, -10, 10);
+        const std::vector<float> b = ftest::RandomFloats(rng, count + 4, -1000, 1000);
+        const float d = velomar::DotProduct(a.data(), b.data(), count), e = LiteralDot(a.data(), b.data(), count);
+        ASSERT_EQ(std::memcmp(&d, &e, 4), 0) << count << ": " << d << " vs " << e;
+    }
+    // Integers sum exactly: 40 elements count 0..31, then 0..7 again.
+    std::vector<float> a(40), b(40, 1.0f);
+    for (int i = 0; i < 40; ++i) a[i] = float(i + 1);
+    EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), 40), 528.0f + 36.0f);
+    EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), 32), 528.0f);
+    EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), 12), 78.0f);
+}
+
+float ScaleOf(const std::vector<float>& k) {
+    float sum = 0;
+    for (float v : k) sum = sum + v;
+    return sum != 0 ? 1.0f / sum : 1.0f;
+}
+
+// One-channel view of a record's first Width bytes.
+uint8_t Pixel(const Matrix* m, int x, int y) { return m->Data[size_t(y) * m->WidthStep + x]; }
+
+// Conv2's value at every pixel: the dot product (documented order) of the
+// kernel rows padded to a multiple of 4 and the strip of the extended image.
+std::vector<uint8_t> DirectConv2(const Matrix* src, const std::vector<float>& k, int kw, int kh, int edge,
+                                 std::vector<uint8_t> dest, bool integerSums) {
+    const int kwPad = (kw + 3) / 4 * 4, count = kwPad * kh, left = kw / 2, top = kh / 2;
+    std::vector<float> kb(count, 0.0f), strip(count, 0.0f);
+    for (int r = 0; r < kh; ++r)
+        for (int c = 0; c < kw; ++c) kb[r * kwPad + c] = k[r * kw + c];
+    const float scale = ScaleOf(k);
+    for (int y = 0; y < src->Height; ++y)
+        for (int x = 0; x < src->Width; ++x) {
+            for (int r = 0; r < kh; ++r)
+                for (int c = 0; c < kw; ++c)
+                    strip[r * kwPad + c] = Pixel(src, MapEdge(x + c - left, src->Width, edge), MapEdge(y + r - top, src->Height, edge));
+            double d = LiteralDot(kb.data(), strip.data(), count);
+            if (integerSums) {  // the plain sum, element i < R twice, i >= count - R never
+                const int rest = count > 16 ? count % 16 : 0;
+                d = 0;
+                for (int i = 0; i < count; ++i) d += double(kb[i]) * strip[i] * ((i < rest) + (i < count - rest));
+            }
+            dest[size_t(y) * src->WidthStep + x] = vtest::TruncClamp(d * scale + 0.5);
+        }
+    return dest;
+}
+
+// FFTConv2's sums, convolution over the extended image with zeros outside
+// it, read 2 Top rows down and 2 Right columns right; the transforms may move
+// the truncated sum by one either way.
+bool FftValueAcceptable(const Matrix* src, const std::vector<float>& k, int kw, int kh, int edge, int x, int y,
+                        uint8_t got) {
+    const int left = kw / 2, right = kw - left - 1, top = kh / 2;
+    const int ew = src->Width + kw - 1, eh = src->Height + kh - 1;
+    double v = 0;
+    for (int r = 0; r < kh; ++r)
+        for (int c = 0; c < kw; ++c) {
+            const int i = y + 2 * top - r, j = x + 2 * right - c;
+            if (i < 0 || j < 0 || i >= eh || j >= ew) continue;
+            v += k[r * kw + c] * Pixel(src, MapEdge(j - left, src->Width, edge), MapEdge(i - top, src->Height, edge));
+        }
+    const float scale = ScaleOf(k);
+    for (int delta = -1; delta <= 1; ++delta)
+        if (got == vtest::TruncClamp(float(float(int(v) + delta) * scale) + 0.5f)) return true;
+    return false;
+}
+
+// Runs `form` from src into dest, then in place on a copy of src; `check`
+// judges each result against the bytes its destination held on entry. Src
+// must stay as it was.
+using Check = std::function<::testing::AssertionResult(const std::vector<uint8_t>& entry,
+                                                        const std::vector<uint8_t>& result)>;
+::testing::AssertionResult RunBothWays(const Form& form, ftest::Record& src, ftest::Record& dest, Matrix* kernel,
+                                       int edge, const Check& check) {
+    const std::vector<uint8_t> before = src.Bytes(), entry = dest.Bytes();
+    if (form(src.m, kernel, dest.m, edge) != STATUS_OK) return ::testing::AssertionFailure() << "status";
+    if (before != src.Bytes()) return ::testing::AssertionFailure() << "source modified";
+    if (auto r = check(entry, dest.Bytes()); !r) return r << " (separate Dest)";
+    ftest::Record copy(src.m->Width, src.m->Height, src.m->Depth, src.m->Channel);
+    std::copy(before.begin(), before.end(), copy.m->Data);
+    if (form(copy.m, kernel, copy.m, edge) != STATUS_OK) return ::testing::AssertionFailure() << "status in place";
+    if (auto r = check(before, copy.Bytes()); !r) return r << " (in place)";
+    return ::testing::AssertionSuccess();
+}
+
+struct Shape { int kw, kh; };
+const Shape kShapes[] = {{1, 1}, {3, 3}, {5, 5}, {2, 3}, {4, 1}, {1, 7}, {7, 7}, {6, 2}, {4, 4}, {15, 3}};
+
+TEST(Conv2, MatchesTheDirectCorrelation) {
+    auto rng = ftest::NamedRng();
+    for (int trial = 0; trial < 60; ++trial) {
+        const Shape s = kShapes[trial % 10];
+        const int w = ftest::Uniform(rng, 1, trial < 30 ? 12 : 70), h = ftest::Uniform(rng, 1, 12), edge = trial % 2;
+        const bool integer = trial % 3 != 0;
+        std::vector<float> k = ftest::RandomFloats(rng, size_t(s.kw) * s.kh, -3, 5);
+        if (integer)
+            for (float& v : k) v = std::round(v);
+        Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
+        ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
+        src.Fill(rng);
+        dest.Fill(rng);
+        EXPECT_TRUE(RunBothWays(velomar::Conv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& result) {
+            return vtest::BytesEqual(DirectConv2(src.m, k, s.kw, s.kh, edge, entry, integer), result);
+        }))
+            << w << "x" << h << " kernel " << s.kw << "x" << s.kh << " edge " << edge << " integer " << integer;
+    }
+}
+
+TEST(Conv2, OneByOneKernelReproducesTheSource) {
+    auto rng = ftest::NamedRng();
+    std::vector<float> k = {0.37f};
+    Matrix kernel = ftest::KernelRecord(k, 1, 1);
+    ftest::Record src(37, 5, DEPTH_8U, 3), dest(37, 5, DEPTH_8U, 3);
+    src.Fill(rng);
+    dest.Fill(rng);
+    ASSERT_EQ(Conv2(src.m, &kernel, dest.m, 0), STATUS_OK);
+    for (int y = 0; y < 5; ++y) ASSERT_EQ(0, std::memcmp(src.m->Data + y * src.m->WidthStep, dest.m->Data + y * dest.m->WidthStep, 37 * 3));
+}
+
+TEST(FFTConv2, MatchesTheDirectConvolution) {
+    auto rng = ftest::NamedRng();
+    for (int trial = 0; trial < 40; ++trial) {
+        const Shape s = kShapes[trial % 10];
+        const int w = ftest::Uniform(rng, 1, 40), h = ftest::Uniform(rng, 1, 20), edge = trial % 2;
+        std::vector<float> k = ftest::RandomFloats(rng, size_t(s.kw) * s.kh, -3, 5);
+        for (float& v : k) v = std::round(v);
+        Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
+        ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
+        src.Fill(rng);
+        dest.Fill(rng);
+        const int step = dest.m->WidthStep;
+        EXPECT_TRUE(RunBothWays(velomar::FFTConv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& got) {
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < step; ++x) {
+                    const size_t i = size_t(y) * step + x;
+                    if (x < w ? !FftValueAcceptable(src.m, k, s.kw, s.kh, edge, x, y, got[i]) : got[i] != entry[i])
+                        return ::testing::AssertionFailure() << "byte " << int(got[i]) << " at " << x << "," << y;
+                }
+            return ::testing::AssertionSuccess();
+        })) << w << "x" << h << " kernel " << s.kw << "x" << s.kh << " edge " << edge;
+    }
+}
+
+// Three channels are three one-channel filterings; any channel count other
+// than 3 filters the first Width bytes of each row and leaves the rest.
+TEST(Convolutions, ChannelLayouts) {
+    auto rng = ftest::NamedRng();
+    std::vector<float> k = ftest::RandomFloats(rng, 15, -1, 3);
+    Matrix kernel = ftest::KernelRecord(k, 5, 3);
+    for (const Form& form : {Form(velomar::Conv2), Form(velomar::FFTConv2)})
+        for (int channels : {3, 4, 2}) {
+            const int w = 21, h = 9;
+            ftest::Record src(w, h, DEPTH_8U, channels), dest(w, h, DEPTH_8U, channels);
+            src.Fill(rng);
+            dest.Fill(rng);
+            // Each filtered plane, one byte per pixel.
+            std::vector<std::vector<uint8_t>> filtered;
+            for (int c = 0; c < (channels == 3 ? 3 : 1); ++c) {
+                ftest::Record plane(w, h, DEPTH_8U, 1), out(w, h, DEPTH_8U, 1);
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        plane.m->Data[y * plane.m->WidthStep + x] = src.m->Data[y * src.m->WidthStep + (channels == 3 ? 3 * x + c : x)];
+                EXPECT_EQ(form(plane.m, &kernel, out.m, 1), STATUS_OK);
+                filtered.push_back(out.Bytes());
+            }
+            const int step = src.m->WidthStep, planeStep = (w + 3) / 4 * 4;
+            EXPECT_TRUE(RunBothWays(form, src, dest, &kernel, 1, [&](std::vector<uint8_t> expected, const auto& got) {
+                for (size_t c = 0; c < filtered.size(); ++c)
+                    for (int y = 0; y < h; ++y)
+                        for (int x = 0; x < w; ++x)
+                            expected[size_t(y) * step + (channels == 3 ? 3 * x + c : x)] = filtered[c][size_t(y) * planeStep + x];
+                return vtest::BytesEqual(expected, got);
+            })) << "channels " << channels;
+        }
+}
+
+TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
+    auto rng = ftest::NamedRng();
+    std::vector<float> k(9, 1.0f);
+    Matrix kernel = ftest::KernelRecord(k, 3, 3);
+    ftest::Record a(6, 5, DEPTH_8U, 1), b(6, 5, DEPTH_8U, 1), c3(6, 5, DEPTH_8U, 3), wide(7, 5, DEPTH_8U, 1);
+    ftest::Record tall(6, 6, DEPTH_8U, 1), s16(6, 5, DEPTH_16S, 1), d16(6, 5, DEPTH_16S, 1);
+    for (ftest::Record* r : {&a, &b, &c3, &wide, &tall, &s16, &d16}) r->Fill(rng);
+    Matrix noData = *b.m, step = *a.m, signedDepth = *b.m, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
+    noData.Data = nullptr;
+    step.WidthStep += 4;
+    signedDepth.Depth = DEPTH_8S;  // same sizes, different depth
+    kw0.Width = 0;
+    kh0.Height = 0;
+    noKernelData.Data = nullptr;
+    struct Case { const Matrix* src; const Matrix* kernel; Matrix* dest; Status conv2, fft; };
+    const Case cases[] = {
+        {nullptr, &kernel, b.m, 3, 3}, {a.m, &kernel, nullptr, 3, 3}, {a.m, nullptr, b.m, 3, 3},
+        {&noData, &kernel, b.m, 3, 3}, {a.m, &noKernelData, b.m, 3, 3}, {a.m, &kernel, &noData, 3, 3},
+        {wide.m, &kernel, &noData, 3, 3},  // null Data comes before the shape
+        {a.m, &kernel, wide.m, 5, 5}, {a.m, &kernel, tall.m, 5, 5}, {a.m, &kernel, c3.m, 5, 5},
+        {a.m, &kernel, &signedDepth, 5, 5}, {&step, &kernel, b.m, 5, 5}, {a.m, &kw0, b.m, 4, 4},
+        {a.m, &kh0, b.m, 4, 4}, {wide.m, &kw0, b.m, 5, 5},
+        {s16.m, &kernel, d16.m, 4, 0},  // only Conv2 refuses the depth (through the padding)
+    };
+    for (const Case& t : cases)
+        for (int which = 0; which < 2; ++which) {
+            const Status want = which ? t.fft : t.conv2;
+            std::vector<uint8_t> before;
+            if (t.dest && t.dest->Data) before.assign(t.dest->Data, t.dest->Data + t.dest->WidthStep * t.dest->Height);
+            const Status got = which ? FFTConv2(t.src, t.kernel, t.dest, 1) : Conv2(t.src, t.kernel, t.dest, 1);
+            EXPECT_EQ(got, want) << (which ? "FFTConv2" : "Conv2") << " case " << (&t - cases);
+            if (want != STATUS_OK && t.dest && t.dest->Data) {
+                EXPECT_TRUE(std::equal(before.begin(), before.end(), t.dest->Data)) << "Dest written, case " << (&t - cases);
+            }
+        }
+}
+
+}  // namespace

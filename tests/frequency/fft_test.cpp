@@ -1,0 +1,183 @@
+// The FFT against a direct DFT in double, the plane transform against the
+// one-sequence transform, and the spectrum picture.
+#include <cmath>
+#include <complex>
+
+#include "frequency/support.h"
+
+namespace {
+
+using velomar::FFT1D;
+using velomar::FFT2D;
+
+// X[k] = sum x[m] e^(-+2 pi i mk/n), scaled by 1/n for a forward Direction.
+std::vector<std::complex<double>> DirectDft(const std::vector<float>& re, const std::vector<float>& im, int dir) {
+    const size_t n = re.size();
+    const bool forward = uint8_t(dir) == 1;
+    std::vector<std::complex<double>> out(n);
+    for (size_t k = 0; k < n; ++k) {
+        std::complex<double> s = 0;
+        for (size_t m = 0; m < n; ++m)
+            s += std::complex<double>(re[m], im[m]) *
+                 std::polar(1.0, (forward ? -2.0 : 2.0) * M_PI * double(m * k % n) / double(n));
+        out[k] = forward ? s / double(n) : s;
+    }
+    return out;
+}
+
+TEST(FFT1D, MatchesTheDirectDftWithinFloatRounding) {
+    auto rng = ftest::NamedRng();
+    for (int n : {1, 2, 4, 8, 32, 256, 1024})
+        for (int dir : {0, 1, 2, 257}) {
+            std::vector<float> re = ftest::RandomFloats(rng, n, -255, 255), im = ftest::RandomFloats(rng, n, -255, 255);
+            const auto expected = DirectDft(re, im, dir);
+            double norm = 0;
+            for (int m = 0; m < n; ++m) norm += std::abs(re[m]) + std::abs(im[m]);
+            if (uint8_t(dir) == 1) norm /= n;
+            // The half-angle recurrence loses precision as the angles shrink
+            // (1 - c1 cancels), so long transforms drift further.
+            norm *= n >= 1024 ? 5e-5 : 2e-6;
+            FFT1D(n, im.data(), re.data(), dir);
+            for (int k = 0; k < n; ++k) {
+                ASSERT_NEAR(re[k], expected[k].real(), norm) << "n " << n << " dir " << dir << " k " << k;
+                ASSERT_NEAR(im[k], expected[k].imag(), norm) << "n " << n << " dir " << dir << " k " << k;
+            }
+        }
+}
+
+TEST(FFT1D, ForwardThenUnscaledInverseRestores) {
+    auto rng = ftest::NamedRng();
+    std::vector<float> re = ftest::RandomFloats(rng, 512, 0, 255), im = ftest::RandomFloats(rng, 512, 0, 255);
+    const std::vector<float> re0 = re, im0 = im;
+    FFT1D(512, im.data(), re.data(), 1);
+    FFT1D(512, im.data(), re.data(), 0);
+    for (int k = 0; k < 512; ++k) {
+        ASSERT_NEAR(re[k], re0[k], 1e-2);
+        ASSERT_NEAR(im[k], im0[k], 1e-2);
+    }
+}
+
+// The plane transform takes many rows and columns at once (and skips all-zero
+// rows); it must equal FFT1D row by row, then column by column, to the bit.
+TEST(FFT2D, EqualsRowsThenColumnsOfFFT1D) {
+    auto rng = ftest::NamedRng();
+    const int sizes[] = {1, 2, 4, 8, 16, 32, 64};
+    for (int trial = 0; trial < 40; ++trial) {
+        const int w = sizes[ftest::Uniform(rng, 0, 6)], h = sizes[ftest::Uniform(rng, 0, 6)];
+        const int dir = std::vector<int>{0, 1, 2, 256, 513}[ftest::Uniform(rng, 0, 4)];
+        std::vector<float> re = ftest::RandomFloats(rng, size_t(w) * h, -300, 300);
+        std::vector<float> im = ftest::RandomFloats(rng, size_t(w) * h, -300, 300);
+        for (int y = 0; y < h; ++y)  // zero rows, some in whole blocks
+            if (y >= h / 2 || ftest::Uniform(rng, 0, 3) == 0)
+                for (int x = 0; x < w; ++x) re[size_t(y) * w + x] = im[size_t(y) * w + x] = 0.0f;
+        std::vector<float> er = re, ei = im, cr(h), ci(h);
+        for (int y = 0; y < h; ++y) FFT1D(w, ei.data() + size_t(y) * w, er.data() + size_t(y) * w, dir);
+        for (int x = 0; x < w; ++x) {
+            for (int y = 0; y < h; ++y) cr[y] = er[size_t(y) * w + x], ci[y] = ei[size_t(y) * w + x];
+            FFT1D(h, ci.data(), cr.data(), dir);
+            for (int y = 0; y < h; ++y) er[size_t(y) * w + x] = cr[y], ei[size_t(y) * w + x] = ci[y];
+        }
+        FFT2D(re.data(), h, im.data(), dir, w);
+        ASSERT_EQ(0, std::memcmp(re.data(), er.data(), re.size() * 4)) << w << "x" << h << " dir " << dir;
+        ASSERT_EQ(0, std::memcmp(im.data(), ei.data(), im.size() * 4)) << w << "x" << h << " dir " << dir;
+    }
+}
+
+TEST(FFTShift, ExchangesQuadrantsDiagonally) {
+    std::vector<float> a(8), b(8);
+    for (int i = 0; i < 8; ++i) a[i] = float(i), b[i] = float(10 * i);
+    velomar::FFTShift(4, 2, a.data(), nullptr);
+    EXPECT_EQ(a, (std::vector<float>{6, 7, 4, 5, 2, 3, 0, 1}));
+    velomar::FFTShift(1, 8, b.data(), a.data());  // half width 0: nothing moves
+    velomar::FFTShift(8, 1, b.data(), nullptr);
+    EXPECT_EQ(b, (std::vector<float>{0, 10, 20, 30, 40, 50, 60, 70}));
+}
+
+// The spectrum picture built step by step from FFT1D: planes padded with
+// zeros, rows then columns, output read at the shifted, centred position.
+std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> dest, uint8_t copy, int dir) {
+    const int w = src.width, h = src.height, c = src.stride / w == 1 ? 1 : 3;
+    const int pw = int(velomar::PaddedLength(w)), ph = int(velomar::PaddedLength(h));
+    const float gain = uint8_t(dir) == 0 ? 0.003921569f : 255.0f;
+    for (int ch = 0; ch < c; ++ch) {
+        std::vector<float> im(size_t(pw) * ph, 0.0f), re(im.size(), 0.0f), cr(ph), ci(ph);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) im[size_t(y) * pw + x] = src.bytes[vtest::Offset(src, x, y, c, ch)];
+        if (copy == 1) re = im;
+        for (int y = 0; y < ph; ++y) FFT1D(pw, im.data() + size_t(y) * pw, re.data() + size_t(y) * pw, dir);
+        for (int x = 0; x < pw; ++x) {
+            for (int y = 0; y < ph; ++y) cr[y] = re[size_t(y) * pw + x], ci[y] = im[size_t(y) * pw + x];
+            FFT1D(ph, ci.data(), cr.data(), dir);
+            for (int y = 0; y < ph; ++y) re[size_t(y) * pw + x] = cr[y], im[size_t(y) * pw + x] = ci[y];
+        }
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                // Output position (ox + x, oy + y) of the shifted plane; a
+                // plane one element wide or high does not move at all.
+                const bool moves = pw > 1 && ph > 1;
+                const int sy = ((ph - h) / 2 + y + (moves ? ph / 2 : 0)) % ph;
+                const int sx = ((pw - w) / 2 + x + (moves ? pw / 2 : 0)) % pw;
+                const size_t k = size_t(sy) * pw + sx;
+                const float v = (std::fabs(im[k]) + std::fabs(re[k])) * gain;
+                dest[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(v);
+            }
+    }
+    return dest;
+}
+
+TEST(ShowFFT, MatchesTheStepByStepPicture) {
+    auto rng = ftest::NamedRng();
+    struct Case { int w, h, bytes, padding; };
+    const Case cases[] = {{1, 1, 1, 0}, {1, 7, 1, 3}, {9, 1, 3, 0}, {16, 8, 1, 0}, {13, 11, 3, 2},
+                          {6, 5, 4, 1}, {33, 17, 1, 5}, {20, 40, 3, 0}};
+    for (const Case& t : cases)
+        for (int dir : {0, 1, 2})
+            for (uint8_t copy : {0, 1, 2}) {
+                const vtest::Image src = ftest::RandomImage(rng, t.w, t.h, t.bytes, t.padding);
+                const vtest::Image dst = ftest::RandomImage(rng, t.w, t.h, t.bytes, t.padding, 0x3C);
+                EXPECT_TRUE(vtest::MatchesBothWays(
+                    src, dst,
+                    [&](const uint8_t* s, uint8_t* d) { ShowFFT(s, d, t.w, t.h, src.stride, copy, dir); },
+                    [&](std::vector<uint8_t> d) { return PictureOf(src, d, copy, dir); }))
+                    << t.w << "x" << t.h << " bytes " << t.bytes << " dir " << dir << " copy " << int(copy);
+            }
+}
+
+// A uniform grey g: only the zero frequency is non-zero, shown at the centre.
+TEST(ShowFFT, UniformImageShowsOnlyTheZeroFrequency) {
+    struct Case { int w, h, g, dir; uint8_t copy; int centre; };
+    const Case cases[] = {
+        {16, 8, 100, 0, 1, 100},   // trunc(2 g W H / 255)
+        {16, 8, 100, 256, 1, 100}, // low byte 0: unscaled, gain 1/255
+        {16, 8, 100, 0, 0, 50},    // imaginary part only
+        {8, 4, 1, 1, 1, 255},      // scaled: 2 g x 255, clamped
+        {4, 4, 3, 0, 1, 0},        // 96 / 255
+    };
+    for (const Case& t : cases) {
+        vtest::Image src(t.w, t.h, 1, 0, uint8_t(t.g)), dst(t.w, t.h, 1, 0, 77);
+        ShowFFT(src.data(), dst.data(), t.w, t.h, t.w, t.copy, t.dir);
+        for (int y = 0; y < t.h; ++y)
+            for (int x = 0; x < t.w; ++x)
+                ASSERT_EQ(dst.at(x, y), (x == t.w / 2 && y == t.h / 2) ? t.centre : 0)
+                    << "at " << x << "," << y << " of case g " << t.g << " dir " << t.dir;
+    }
+}
+
+TEST(SpectrumPictures, CallsOutsideTheContractWriteNothing) {
+    auto rng = ftest::NamedRng();
+    vtest::Image src = ftest::RandomImage(rng, 8, 6, 3, 0), dst = ftest::RandomImage(rng, 8, 6, 3, 0);
+    const std::vector<uint8_t> before = dst.bytes;
+    const struct { const uint8_t* s; uint8_t* d; int w, h, stride; } calls[] = {
+        {nullptr, dst.data(), 8, 6, 24}, {src.data(), nullptr, 8, 6, 24}, {src.data(), dst.data(), 0, 6, 24},
+        {src.data(), dst.data(), 8, 0, 24}, {src.data(), dst.data(), 8, 6, 7},   // short stride
+        {src.data(), dst.data(), 8, 6, 16}, {src.data(), dst.data(), 8, 6, -24},  // two bytes per pixel
+    };
+    for (const auto& c : calls) {
+        ShowFFT(c.s, c.d, c.w, c.h, c.stride, 1, 1);
+        ShowDCT(c.s, c.d, c.w, c.h, c.stride, 0);
+        ShowWALSH(c.s, c.d, c.w, c.h, c.stride);
+    }
+    EXPECT_EQ(before, dst.bytes);
+}
+
+}  // namespace
