@@ -105,7 +105,7 @@ Status PerChannel(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t
 // is never -0).
 
 struct Term {
-    float weight;
+    __m128 weight;     // in every lane
     ptrdiff_t offset;  // of the sample from the output pixel's top-left tap
 };
 
@@ -121,7 +121,9 @@ ConvPlan MakePlan(const float* kernelBuffer, int32_t kwPad, int32_t count, ptrdi
     plan.count = count;
     plan.blocks = count > 16 ? count / 16 : 0;
     plan.rest = count > 16 ? count - 16 * (count / 16) : count;
-    auto term = [&](int32_t i) { return Term{kernelBuffer[i], ptrdiff_t(i / kwPad) * rowStep + i % kwPad}; };
+    auto term = [&](int32_t i) {
+        return Term{_mm_set1_ps(kernelBuffer[i]), ptrdiff_t(i / kwPad) * rowStep + i % kwPad};
+    };
     for (int32_t b = 0; b < plan.blocks; ++b)
         for (int32_t e = 0; e < 16; ++e)
             if (kernelBuffer[16 * b + e] != 0.0f) plan.block[e].push_back(term(16 * b + e));
@@ -135,9 +137,8 @@ template <int NV>
 inline void Accumulate(const std::vector<Term>& terms, const float* base, __m128* acc) {
     for (int v = 0; v < NV; ++v) acc[v] = _mm_setzero_ps();
     for (const Term& t : terms) {
-        const __m128 w = _mm_set1_ps(t.weight);
         const float* p = base + t.offset;
-        for (int v = 0; v < NV; ++v) acc[v] = _mm_add_ps(acc[v], _mm_mul_ps(w, _mm_loadu_ps(p + 4 * v)));
+        for (int v = 0; v < NV; ++v) acc[v] = _mm_add_ps(acc[v], _mm_mul_ps(t.weight, _mm_loadu_ps(p + 4 * v)));
     }
 }
 
@@ -155,22 +156,31 @@ template <int NV>
 void ConvolvePixels(const ConvPlan& plan, const float* base, __m128d scale, uint8_t* out) {
     __m128 total[NV];
     if (plan.blocks > 0) {
-        __m128 s[16][NV];
-        for (int e = 0; e < 16; ++e) Accumulate<NV>(plan.block[e], base, s[e]);
-        for (int v = 0; v < NV; ++v) {
-            __m128 lane[4];  // (S3 + S2) + (S1 + S0), lane by lane
-            for (int l = 0; l < 4; ++l)
-                lane[l] = _mm_add_ps(_mm_add_ps(s[12 + l][v], s[8 + l][v]), _mm_add_ps(s[4 + l][v], s[l][v]));
-            total[v] = _mm_add_ps(_mm_add_ps(_mm_add_ps(lane[0], lane[1]), lane[2]), lane[3]);
+        // Lane l of the blocks: (S3 + S2) + (S1 + S0) of accumulators
+        // l, 4 + l, 8 + l, 12 + l; the lanes are then added lane 0 first.
+        for (int l = 0; l < 4; ++l) {
+            __m128 low[NV], high[NV], s[NV];
+            Accumulate<NV>(plan.block[l], base, low);
+            Accumulate<NV>(plan.block[4 + l], base, s);
+            for (int v = 0; v < NV; ++v) low[v] = _mm_add_ps(s[v], low[v]);
+            Accumulate<NV>(plan.block[12 + l], base, high);
+            Accumulate<NV>(plan.block[8 + l], base, s);
+            for (int v = 0; v < NV; ++v) {
+                const __m128 lane = _mm_add_ps(_mm_add_ps(high[v], s[v]), low[v]);
+                total[v] = l == 0 ? lane : _mm_add_ps(total[v], lane);
+            }
         }
     } else {
         for (int v = 0; v < NV; ++v) total[v] = _mm_setzero_ps();
     }
     if (plan.blocks == 0 || plan.rest > 0) {
-        __m128 m[4][NV];
-        for (int l = 0; l < 4; ++l) Accumulate<NV>(plan.remainder[l], base, m[l]);
-        for (int v = 0; v < NV; ++v)
-            total[v] = _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_add_ps(m[0][v], m[1][v]), m[2][v]), m[3][v]), total[v]);
+        __m128 m[NV], s[NV];
+        Accumulate<NV>(plan.remainder[0], base, m);
+        for (int l = 1; l < 4; ++l) {
+            Accumulate<NV>(plan.remainder[l], base, s);
+            for (int v = 0; v < NV; ++v) m[v] = _mm_add_ps(m[v], s[v]);
+        }
+        for (int v = 0; v < NV; ++v) total[v] = _mm_add_ps(m[v], total[v]);
     }
     if constexpr (NV == 1) {
         const __m128i q = RoundScaled(total[0], scale);
@@ -208,30 +218,34 @@ Status Conv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_
     for (int32_t r = 0; r < kh; ++r)
         for (int32_t c = 0; c < kw; ++c) kernelBuffer[size_t(r * kwPad + c)] = KernelAt(Kernel, size_t(r) * kw + c);
 
-    // The extended image as floats.
+    // The extended image as floats, a band of output rows at a time (the
+    // band's rows plus the KH - 1 below stay in cache while they are used).
     const int32_t width = Src->Width, height = Src->Height;
-    const size_t pw = size_t(paddedRecord->Width), ph = size_t(paddedRecord->Height);
-    Buffer<float> extended(pw * ph);
-    for (size_t r = 0; r < ph; ++r) {
-        const uint8_t* p = paddedRecord->Data + r * size_t(paddedRecord->WidthStep);
-        float* e = extended.data() + r * pw;
-        for (size_t c = 0; c < pw; ++c) e[c] = float(p[c]);
-    }
-
+    const size_t pw = size_t(paddedRecord->Width);
+    constexpr int32_t kBand = 32;
+    Buffer<float> band(pw * (size_t(kBand) + kh - 1));
     const ConvPlan plan = MakePlan(kernelBuffer.data(), int32_t(kwPad), int32_t(count), ptrdiff_t(pw));
     const __m128d scale2 = _mm_set1_pd(double(scale));
     Buffer<float> column(size_t(count), true);  // one strip for the pixels left over
-    for (int32_t y = 0; y < height; ++y) {
-        const float* row = extended.data() + size_t(y) * pw;
-        uint8_t* out = Dest->Data + size_t(y) * size_t(Dest->WidthStep);
-        int32_t x = 0;
-        for (; x + 32 <= width; x += 32) ConvolvePixels<8>(plan, row + x, scale2, out + x);
-        for (; x + 4 <= width; x += 4) ConvolvePixels<1>(plan, row + x, scale2, out + x);
-        for (; x < width; ++x) {
-            for (int32_t r = 0; r < kh; ++r)
-                std::copy_n(row + size_t(r) * pw + x, kw, column.data() + size_t(r) * kwPad);
-            const float d = DotProduct(kernelBuffer.data(), column.data(), int32_t(count));
-            out[x] = TruncClampByte(double(d) * double(scale) + 0.5);
+    for (int32_t y0 = 0; y0 < height; y0 += kBand) {
+        const int32_t rows = std::min(kBand, height - y0);
+        for (size_t r = 0; r < size_t(rows) + kh - 1; ++r) {
+            const uint8_t* p = paddedRecord->Data + (size_t(y0) + r) * size_t(paddedRecord->WidthStep);
+            float* e = band.data() + r * pw;
+            for (size_t c = 0; c < pw; ++c) e[c] = float(p[c]);
+        }
+        for (int32_t y = y0; y < y0 + rows; ++y) {
+            const float* row = band.data() + size_t(y - y0) * pw;
+            uint8_t* out = Dest->Data + size_t(y) * size_t(Dest->WidthStep);
+            int32_t x = 0;
+            for (; x + 16 <= width; x += 16) ConvolvePixels<4>(plan, row + x, scale2, out + x);
+            for (; x + 16 <= width; x += 16) ConvolvePixels<4>(plan, row + x, scale2, out + x);
+            for (; x < width; ++x) {
+                for (int32_t r = 0; r < kh; ++r)
+                    std::copy_n(row + size_t(r) * pw + x, kw, column.data() + size_t(r) * kwPad);
+                const float d = DotProduct(kernelBuffer.data(), column.data(), int32_t(count));
+                out[x] = TruncClampByte(double(d) * double(scale) + 0.5);
+            }
         }
     }
     return STATUS_OK;
@@ -276,28 +290,41 @@ Status FFTConv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int
     }
     FFT2D(imgReal.data(), int32_t(ph), imgImag.data(), 0, int32_t(pw));
 
-    Buffer<float> kerImag(size, true), kerReal(size, true);
+    // The kernel's transform: only its KH rows are non-zero, so the row pass
+    // runs on those alone and the column transforms are taken strip by strip
+    // straight into the product, without a kernel plane.
+    Buffer<float> kerImag(size_t(kh) * size_t(pw), true), kerReal(size_t(kh) * size_t(pw), true);
     for (int32_t r = 0; r < kh; ++r)
         for (int32_t c = 0; c < kw; ++c) kerImag[size_t(r) * size_t(pw) + c] = KernelAt(Kernel, size_t(r) * kw + c);
-    FFT2D(kerReal.data(), int32_t(ph), kerImag.data(), 0, int32_t(pw));
+    FFTRows(kerReal.data(), kh, kerImag.data(), 0, int32_t(pw));
 
     // Product of the two transforms times i (both signals sit in the
     // imaginary parts): (a, b) x (c, d) -> (a c - d b, a d + c b).
     float *ii = imgImag.data(), *ir = imgReal.data();
-    const float *ki = kerImag.data(), *kr = kerReal.data();
-    size_t k = 0;
-    for (; k + 4 <= size; k += 4) {
-        const __m128 a = _mm_load_ps(ii + k), b = _mm_load_ps(ir + k);
-        const __m128 c = _mm_load_ps(ki + k), d = _mm_load_ps(kr + k);
-        _mm_store_ps(ii + k, _mm_sub_ps(_mm_mul_ps(a, c), _mm_mul_ps(d, b)));
-        _mm_store_ps(ir + k, _mm_add_ps(_mm_mul_ps(a, d), _mm_mul_ps(c, b)));
-    }
-    for (; k < size; ++k) {
-        const float a = ii[k], b = ir[k], c = ki[k], d = kr[k];
-        ii[k] = a * c - d * b;
-        ir[k] = a * d + c * b;
-    }
-    FFT2D(ir, int32_t(ph), ii, 1, int32_t(pw));
+    FFTColumnStrips(kerReal.data(), kerImag.data(), int32_t(ph), int32_t(pw), kh, 0, 0, int32_t(pw),
+                    [&](int32_t x0, int32_t count, const float* kr, const float* ki) {
+                        for (int64_t m = 0; m < ph; ++m) {
+                            float* pi = ii + size_t(m) * size_t(pw) + x0;
+                            float* pr = ir + size_t(m) * size_t(pw) + x0;
+                            const float* c = ki + m * kColumnStripStride;
+                            const float* d = kr + m * kColumnStripStride;
+                            int32_t l = 0;
+                            for (; l + 4 <= count; l += 4) {
+                                const __m128 va = _mm_loadu_ps(pi + l), vb = _mm_loadu_ps(pr + l);
+                                const __m128 vc = _mm_load_ps(c + l), vd = _mm_load_ps(d + l);
+                                _mm_storeu_ps(pi + l, _mm_sub_ps(_mm_mul_ps(va, vc), _mm_mul_ps(vd, vb)));
+                                _mm_storeu_ps(pr + l, _mm_add_ps(_mm_mul_ps(va, vd), _mm_mul_ps(vc, vb)));
+                            }
+                            for (; l < count; ++l) {
+                                const float a = pi[l], b = pr[l];
+                                pi[l] = a * c[l] - d[l] * b;
+                                pr[l] = a * d[l] + c[l] * b;
+                            }
+                        }
+                    });
+    // The scaled inverse; only the columns read below need their column pass.
+    FFTRows(ir, int32_t(ph), ii, 1, int32_t(pw));
+    FFTColumns(ir, int32_t(ph), ii, 1, int32_t(pw), 2 * right, 2 * right + width);
 
     // Rows sit 2 Top further down and columns 2 Right further right. The
     // value is truncated before scaling; the scaling and the half are float.

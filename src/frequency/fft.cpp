@@ -23,27 +23,6 @@ struct OneSequence {
     }
 };
 
-// Butterflies on kLanes sequences stored interleaved (element m of sequence l
-// at m * kLanes + l): the same operations as OneSequence, lane by lane.
-constexpr int kLanes = 16;
-struct InterleavedSequences {
-    static void Butterfly(float* I, float* R, int64_t i, int64_t i1, float u1, float u2) {
-        const __m128 a = _mm_set1_ps(u1), b = _mm_set1_ps(u2);
-        float *ri = R + i * kLanes, *ii = I + i * kLanes;
-        float *rj = R + i1 * kLanes, *ij = I + i1 * kLanes;
-        for (int v = 0; v < kLanes; v += 4) {
-            const __m128 r1 = _mm_load_ps(rj + v), m1 = _mm_load_ps(ij + v);
-            const __m128 r0 = _mm_load_ps(ri + v), m0 = _mm_load_ps(ii + v);
-            const __m128 t1 = _mm_sub_ps(_mm_mul_ps(a, r1), _mm_mul_ps(b, m1));
-            const __m128 t2 = _mm_add_ps(_mm_mul_ps(a, m1), _mm_mul_ps(b, r1));
-            _mm_store_ps(rj + v, _mm_sub_ps(r0, t1));
-            _mm_store_ps(ij + v, _mm_sub_ps(m0, t2));
-            _mm_store_ps(ri + v, _mm_add_ps(r0, t1));
-            _mm_store_ps(ii + v, _mm_add_ps(m0, t2));
-        }
-    }
-};
-
 // The butterfly stages of a decimation-in-time transform of length n (data
 // already in bit-reversed order). The twiddle (u1, u2) advances by the
 // stage's (c1, c2), and each stage's (c1, c2) comes from the previous one by
@@ -81,6 +60,98 @@ void BitReversalTable(int64_t n, int32_t* rev) {
     }
 }
 
+// ---- many sequences at once ----------------------------------------------------------
+//
+// FFT2D transforms L rows (or columns) together: element m of sequence l sits
+// at m * L + l of a scratch pair, so one vector holds four sequences and each
+// lane sees exactly the operations of FFT1D. The twiddles of every stage are
+// taken from tables filled by the same recurrence, and two stages are run per
+// pass over the data; neither changes a single operation of any element.
+
+constexpr int kRowLanes = 16, kColumnLanes = kColumnStripLanes;
+// Scratch elements sit S floats apart, S = L + 4 rather than a power of two,
+// so that the elements a pass touches together do not share cache sets.
+constexpr int kRowStride = kRowLanes + 4, kColumnStride = kColumnStripStride;
+
+// The twiddles (u1, u2) of every stage in the order the recurrence produces
+// them: the stage of half-length l1 uses entries l1 - 1 .. 2 l1 - 2.
+void FillTwiddles(int64_t n, int32_t Direction, float* U1, float* U2) {
+    float c1 = -1.0f, c2 = 0.0f;
+    for (int64_t l1 = 1, l2 = 2; l2 <= n; l1 = l2, l2 *= 2) {
+        float u1 = 1.0f, u2 = 0.0f;
+        for (int64_t j = 0; j < l1; ++j) {
+            U1[l1 - 1 + j] = u1;
+            U2[l1 - 1 + j] = u2;
+            const float next2 = u1 * c2 + u2 * c1;
+            u1 = u1 * c1 - u2 * c2;
+            u2 = next2;
+        }
+        c2 = std::sqrt((1.0f - c1) * 0.5f);
+        if (ScaledForward(Direction)) c2 = -c2;
+        c1 = std::sqrt((1.0f + c1) * 0.5f);
+    }
+}
+
+// One butterfly on four lanes.
+inline void Butterfly4(__m128& r0, __m128& i0, __m128& r1, __m128& i1, __m128 u1, __m128 u2) {
+    const __m128 t1 = _mm_sub_ps(_mm_mul_ps(u1, r1), _mm_mul_ps(u2, i1));
+    const __m128 t2 = _mm_add_ps(_mm_mul_ps(u1, i1), _mm_mul_ps(u2, r1));
+    r1 = _mm_sub_ps(r0, t1);
+    i1 = _mm_sub_ps(i0, t2);
+    r0 = _mm_add_ps(r0, t1);
+    i0 = _mm_add_ps(i0, t2);
+}
+
+// All stages of L interleaved sequences of length n (already bit-reversed),
+// elements S floats apart.
+template <int L, int S>
+void InterleavedStages(int64_t n, float* I, float* R, const float* U1, const float* U2) {
+    int64_t l1 = 1;
+    int stages = 0;
+    while ((int64_t(1) << stages) < n) ++stages;
+    if (stages % 2) {  // a single first stage, twiddle (1, 0)
+        const __m128 a = _mm_set1_ps(U1[0]), b = _mm_set1_ps(U2[0]);
+        for (int64_t i = 0; i < n; i += 2)
+            for (int v = 0; v < L; v += 4) {
+                float *r0 = R + i * S + v, *i0 = I + i * S + v;
+                __m128 x0 = _mm_load_ps(r0), y0 = _mm_load_ps(i0), x1 = _mm_load_ps(r0 + S), y1 = _mm_load_ps(i0 + S);
+                Butterfly4(x0, y0, x1, y1, a, b);
+                _mm_store_ps(r0, x0), _mm_store_ps(i0, y0), _mm_store_ps(r0 + S, x1), _mm_store_ps(i0 + S, y1);
+            }
+        l1 = 2;
+    }
+    // Stages of half-lengths l1 and 2 l1 together: elements p, p + l1, p + 2 l1,
+    // p + 3 l1 go through (p, p + l1), (p + 2 l1, p + 3 l1) with twiddle j of
+    // the first stage, then (p, p + 2 l1) and (p + l1, p + 3 l1) with twiddles
+    // j and j + l1 of the second.
+    for (; 4 * l1 <= n; l1 *= 4) {
+        const float *a1 = U1 + l1 - 1, *a2 = U2 + l1 - 1, *b1 = U1 + 2 * l1 - 1, *b2 = U2 + 2 * l1 - 1;
+        const int64_t step = l1 * S;
+        for (int64_t base = 0; base < n; base += 4 * l1)
+            for (int64_t j = 0; j < l1; ++j) {
+                const __m128 wa = _mm_set1_ps(a1[j]), wb = _mm_set1_ps(a2[j]);
+                const __m128 va = _mm_set1_ps(b1[j]), vb = _mm_set1_ps(b2[j]);
+                const __m128 xa = _mm_set1_ps(b1[j + l1]), xb = _mm_set1_ps(b2[j + l1]);
+                float* r = R + (base + j) * S;
+                float* i = I + (base + j) * S;
+                for (int v = 0; v < L; v += 4) {
+                    __m128 r0 = _mm_load_ps(r + v), r1 = _mm_load_ps(r + step + v);
+                    __m128 r2 = _mm_load_ps(r + 2 * step + v), r3 = _mm_load_ps(r + 3 * step + v);
+                    __m128 i0 = _mm_load_ps(i + v), i1 = _mm_load_ps(i + step + v);
+                    __m128 i2 = _mm_load_ps(i + 2 * step + v), i3 = _mm_load_ps(i + 3 * step + v);
+                    Butterfly4(r0, i0, r1, i1, wa, wb);
+                    Butterfly4(r2, i2, r3, i3, wa, wb);
+                    Butterfly4(r0, i0, r2, i2, va, vb);
+                    Butterfly4(r1, i1, r3, i3, xa, xb);
+                    _mm_store_ps(r + v, r0), _mm_store_ps(r + step + v, r1);
+                    _mm_store_ps(r + 2 * step + v, r2), _mm_store_ps(r + 3 * step + v, r3);
+                    _mm_store_ps(i + v, i0), _mm_store_ps(i + step + v, i1);
+                    _mm_store_ps(i + 2 * step + v, i2), _mm_store_ps(i + 3 * step + v, i3);
+                }
+            }
+    }
+}
+
 bool AllBitsZero(const float* p, size_t count) {
     const uint32_t* w = reinterpret_cast<const uint32_t*>(p);
     uint32_t any = 0;
@@ -94,38 +165,48 @@ inline void Transpose4(__m128& a, __m128& b, __m128& c, __m128& d) { _MM_TRANSPO
 // interleaved scratch, element m of row l going to position rev[m]; lanes
 // beyond count are zero.
 void GatherRows(const float* plane, int64_t n, int64_t y0, int count, const int32_t* rev, float* out) {
-    if (count < kLanes) std::fill(out, out + n * kLanes, 0.0f);
+    constexpr int L = kRowLanes, S = kRowStride;
+    if (count < L) std::fill(out, out + n * S, 0.0f);
     int l = 0;
-    if (n >= 4)
-        for (; l + 4 <= count; l += 4) {
-            const float* r0 = plane + (y0 + l) * n;
-            for (int64_t m = 0; m < n; m += 4) {
-                __m128 a = _mm_loadu_ps(r0 + m), b = _mm_loadu_ps(r0 + n + m);
-                __m128 c = _mm_loadu_ps(r0 + 2 * n + m), d = _mm_loadu_ps(r0 + 3 * n + m);
-                Transpose4(a, b, c, d);
-                _mm_store_ps(out + int64_t(rev[m]) * kLanes + l, a);
-                _mm_store_ps(out + int64_t(rev[m + 1]) * kLanes + l, b);
-                _mm_store_ps(out + int64_t(rev[m + 2]) * kLanes + l, c);
-                _mm_store_ps(out + int64_t(rev[m + 3]) * kLanes + l, d);
+    if (n >= 16 && count == L) {
+        // Sixteen elements (one cache line) of every row at a time, so that
+        // each row line is read once and every scratch line is written while
+        // it is in cache.
+        const float* r0 = plane + y0 * n;
+        for (int64_t m = 0; m < n; m += 16) {
+            for (int g = 0; g < L; g += 4) {
+                const float* r = r0 + g * n + m;
+                for (int q = 0; q < 16; q += 4) {
+                    __m128 a = _mm_loadu_ps(r + q), b = _mm_loadu_ps(r + n + q);
+                    __m128 c = _mm_loadu_ps(r + 2 * n + q), d = _mm_loadu_ps(r + 3 * n + q);
+                    Transpose4(a, b, c, d);
+                    _mm_store_ps(out + int64_t(rev[m + q]) * S + g, a);
+                    _mm_store_ps(out + int64_t(rev[m + q + 1]) * S + g, b);
+                    _mm_store_ps(out + int64_t(rev[m + q + 2]) * S + g, c);
+                    _mm_store_ps(out + int64_t(rev[m + q + 3]) * S + g, d);
+                }
             }
         }
+        return;
+    }
     for (; l < count; ++l) {
         const float* r = plane + (y0 + l) * n;
-        for (int64_t m = 0; m < n; ++m) out[int64_t(rev[m]) * kLanes + l] = r[m];
+        for (int64_t m = 0; m < n; ++m) out[int64_t(rev[m]) * S + l] = r[m];
     }
 }
 
 // The reverse of GatherRows without the reordering, each element multiplied by
 // s when `scale` is set.
 void ScatterRows(const float* in, int64_t n, int64_t y0, int count, bool scale, float s, float* plane) {
+    constexpr int S = kRowStride;
     const __m128 f = _mm_set1_ps(s);
     int l = 0;
     if (n >= 4)
         for (; l + 4 <= count; l += 4) {
             float* r0 = plane + (y0 + l) * n;
             for (int64_t m = 0; m < n; m += 4) {
-                __m128 a = _mm_load_ps(in + m * kLanes + l), b = _mm_load_ps(in + (m + 1) * kLanes + l);
-                __m128 c = _mm_load_ps(in + (m + 2) * kLanes + l), d = _mm_load_ps(in + (m + 3) * kLanes + l);
+                __m128 a = _mm_load_ps(in + m * S + l), b = _mm_load_ps(in + (m + 1) * S + l);
+                __m128 c = _mm_load_ps(in + (m + 2) * S + l), d = _mm_load_ps(in + (m + 3) * S + l);
                 Transpose4(a, b, c, d);
                 if (scale) {
                     a = _mm_mul_ps(a, f);
@@ -141,32 +222,58 @@ void ScatterRows(const float* in, int64_t n, int64_t y0, int count, bool scale, 
         }
     for (; l < count; ++l) {
         float* r = plane + (y0 + l) * n;
-        for (int64_t m = 0; m < n; ++m) r[m] = scale ? in[m * kLanes + l] * s : in[m * kLanes + l];
+        for (int64_t m = 0; m < n; ++m) r[m] = scale ? in[m * S + l] * s : in[m * S + l];
     }
 }
 
 // Columns x0 .. x0 + count - 1 of a plane of width w and height n into the
-// interleaved scratch, row m going to position rev[m].
-void GatherColumns(const float* plane, int64_t w, int64_t n, int64_t x0, int count, const int32_t* rev,
-                   float* out) {
+// interleaved scratch, row m going to position rev[m]; rows from `present`
+// on are zero and not read.
+void GatherColumns(const float* plane, int64_t w, int64_t n, int64_t present, int64_t x0, int count,
+                   const int32_t* rev, float* out) {
+    constexpr int L = kColumnLanes, S = kColumnStride;
     for (int64_t m = 0; m < n; ++m) {
-        float* o = out + int64_t(rev[m]) * kLanes;
-        std::copy_n(plane + m * w + x0, count, o);
-        std::fill(o + count, o + kLanes, 0.0f);
+        float* o = out + int64_t(rev[m]) * S;
+        const float* p = plane + m * w + x0;
+        if (m < present && count == L) {
+            for (int l = 0; l < L; l += 4) _mm_store_ps(o + l, _mm_loadu_ps(p + l));
+            continue;
+        }
+        int l = 0;
+        if (m < present)
+            for (; l < count; ++l) o[l] = p[l];
+        for (; l < L; ++l) o[l] = 0.0f;
     }
 }
 
 void ScatterColumns(const float* in, int64_t w, int64_t n, int64_t x0, int count, bool scale, float s,
                     float* plane) {
+    constexpr int S = kColumnStride;
+    const __m128 f = _mm_set1_ps(s);
     for (int64_t m = 0; m < n; ++m) {
-        const float* i = in + m * kLanes;
+        const float* i = in + m * S;
         float* o = plane + m * w + x0;
-        if (scale)
-            for (int l = 0; l < count; ++l) o[l] = i[l] * s;
-        else
-            std::copy_n(i, count, o);
+        int l = 0;
+        if (scale) {
+            for (; l + 4 <= count; l += 4) _mm_storeu_ps(o + l, _mm_mul_ps(_mm_load_ps(i + l), f));
+            for (; l < count; ++l) o[l] = i[l] * s;
+        } else if (count == kColumnLanes) {
+            for (; l < kColumnLanes; l += 4) _mm_storeu_ps(o + l, _mm_load_ps(i + l));
+        } else {
+            for (; l < count; ++l) o[l] = i[l];
+        }
     }
 }
+
+// The tables of one transform length.
+struct LengthTables {
+    Buffer<int32_t> rev;
+    Buffer<float> u1, u2;
+    LengthTables(int64_t n, int32_t Direction) : rev(size_t(n)), u1(size_t(n)), u2(size_t(n)) {
+        BitReversalTable(n, rev.data());
+        FillTwiddles(n, Direction, u1.data(), u2.data());
+    }
+};
 
 }  // namespace
 
@@ -202,40 +309,57 @@ void FFT1D(int32_t Length, float* Imag, float* Real, int32_t Direction) {
     }
 }
 
-void FFT2D(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width) {
+void FFTRows(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width) {
     if (Width < 1 || Height < 1) return;
     const int64_t w = Width, h = Height;
+    const LengthTables t(w, Direction);
+    Buffer<float> sr(size_t(w) * kRowStride), si(size_t(w) * kRowStride);
     const bool scale = ScaledForward(Direction);
-    Buffer<int32_t> revW{size_t(w)}, revH{size_t(h)};
-    BitReversalTable(w, revW.data());
-    BitReversalTable(h, revH.data());
-    const size_t longest = size_t(std::max(w, h)) * kLanes;
-    Buffer<float> sr(longest), si(longest);
-
-    // Rows, kLanes at a time. Rows that are all +0 stay +0 (every butterfly
-    // and the scaling map +0 to +0), so whole blocks of them are skipped.
-    const float sw = static_cast<float>(1.0 / double(w));
-    for (int64_t y0 = 0; y0 < h; y0 += kLanes) {
-        const int count = int(std::min<int64_t>(kLanes, h - y0));
+    const float s = static_cast<float>(1.0 / double(w));
+    // Rows that are all +0 stay +0 (every butterfly and the scaling map +0 to
+    // +0), so whole blocks of them are skipped.
+    for (int64_t y0 = 0; y0 < h; y0 += kRowLanes) {
+        const int count = int(std::min<int64_t>(kRowLanes, h - y0));
         if (AllBitsZero(Real + y0 * w, size_t(count * w)) && AllBitsZero(Imag + y0 * w, size_t(count * w)))
             continue;
-        GatherRows(Real, w, y0, count, revW.data(), sr.data());
-        GatherRows(Imag, w, y0, count, revW.data(), si.data());
-        Stages<InterleavedSequences>(w, si.data(), sr.data(), Direction);
-        ScatterRows(sr.data(), w, y0, count, scale, sw, Real);
-        ScatterRows(si.data(), w, y0, count, scale, sw, Imag);
+        GatherRows(Real, w, y0, count, t.rev.data(), sr.data());
+        GatherRows(Imag, w, y0, count, t.rev.data(), si.data());
+        InterleavedStages<kRowLanes, kRowStride>(w, si.data(), sr.data(), t.u1.data(), t.u2.data());
+        ScatterRows(sr.data(), w, y0, count, scale, s, Real);
+        ScatterRows(si.data(), w, y0, count, scale, s, Imag);
     }
-    // Columns, kLanes at a time through contiguous scratch.
-    if (h == 1 && !scale) return;  // length-1 columns without scaling change nothing
-    const float sh = static_cast<float>(1.0 / double(h));
-    for (int64_t x0 = 0; x0 < w; x0 += kLanes) {
-        const int count = int(std::min<int64_t>(kLanes, w - x0));
-        GatherColumns(Real, w, h, x0, count, revH.data(), sr.data());
-        GatherColumns(Imag, w, h, x0, count, revH.data(), si.data());
-        Stages<InterleavedSequences>(h, si.data(), sr.data(), Direction);
-        ScatterColumns(sr.data(), w, h, x0, count, scale, sh, Real);
-        ScatterColumns(si.data(), w, h, x0, count, scale, sh, Imag);
+}
+
+void FFTColumnStrips(const float* Real, const float* Imag, int32_t Height, int32_t Width, int32_t RowsPresent,
+                     int32_t Direction, int32_t First, int32_t Last, const ColumnStripVisitor& Visit) {
+    if (Width < 1 || Height < 1) return;
+    const int64_t w = Width, h = Height, present = std::clamp<int64_t>(RowsPresent, 0, h);
+    const LengthTables t(h, Direction);
+    Buffer<float> sr(size_t(h) * kColumnStride), si(size_t(h) * kColumnStride);
+    for (int64_t x0 = std::max<int64_t>(First, 0); x0 < std::min<int64_t>(Last, w); x0 += kColumnLanes) {
+        const int count = int(std::min<int64_t>({kColumnLanes, w - x0, int64_t(Last) - x0}));
+        GatherColumns(Real, w, h, present, x0, count, t.rev.data(), sr.data());
+        GatherColumns(Imag, w, h, present, x0, count, t.rev.data(), si.data());
+        InterleavedStages<kColumnLanes, kColumnStride>(h, si.data(), sr.data(), t.u1.data(), t.u2.data());
+        Visit(int32_t(x0), count, sr.data(), si.data());
     }
+}
+
+void FFTColumns(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width, int32_t First,
+                int32_t Last) {
+    const bool scale = ScaledForward(Direction);
+    if (Height == 1 && !scale) return;  // length-1 columns without scaling change nothing
+    const float s = static_cast<float>(1.0 / double(Height));
+    FFTColumnStrips(Real, Imag, Height, Width, Height, Direction, First, Last,
+                    [&](int32_t x0, int32_t count, const float* re, const float* im) {
+                        ScatterColumns(re, Width, Height, x0, count, scale, s, Real);
+                        ScatterColumns(im, Width, Height, x0, count, scale, s, Imag);
+                    });
+}
+
+void FFT2D(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width) {
+    FFTRows(Real, Height, Imag, Direction, Width);
+    FFTColumns(Real, Height, Imag, Direction, Width, 0, Width);
 }
 
 void FFTShift(int32_t Width, int32_t Height, float* PlaneA, float* PlaneB) {

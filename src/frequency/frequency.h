@@ -2,6 +2,8 @@
 // for the spectrum pictures, and the convolution building blocks.
 #pragma once
 
+#include <functional>
+
 #include "core/core.h"
 
 namespace velomar {
@@ -27,6 +29,23 @@ void FFT1D(int32_t Length, float* Imag, float* Real, int32_t Direction);
 // columns are transformed many at a time with each element's operations
 // exactly those of FFT1D, so the result equals the row-by-row form bit for bit.
 void FFT2D(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width);
+
+// The two passes of FFT2D on their own: the rows, and the columns First ..
+// Last - 1 (the other columns are left as they are).
+void FFTRows(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width);
+void FFTColumns(float* Real, int32_t Height, float* Imag, int32_t Direction, int32_t Width, int32_t First,
+                int32_t Last);
+
+// The column transforms of a Width x Height plane pair whose rows from
+// RowsPresent on are zero (and need not be stored), without writing them
+// back: each strip of up to kColumnStripLanes columns from First to Last - 1
+// is handed over transformed (not yet scaled) to Visit(x0, count, Real, Imag),
+// element m of column x0 + l at m * kColumnStripStride + l.
+constexpr int kColumnStripLanes = 32, kColumnStripStride = kColumnStripLanes + 4;
+using ColumnStripVisitor =
+    std::function<void(int32_t First, int32_t Count, const float* Real, const float* Imag)>;
+void FFTColumnStrips(const float* Real, const float* Imag, int32_t Height, int32_t Width, int32_t RowsPresent,
+                     int32_t Direction, int32_t First, int32_t Last, const ColumnStripVisitor& Visit);
 
 // Exchanges the quadrants of each non-null plane diagonally (zero frequency to
 // the centre). Planes one element wide or one row high are left as they are.
