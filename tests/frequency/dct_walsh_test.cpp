@@ -6,12 +6,14 @@
 
 namespace {
 
+constexpr double kPi = 3.14159265358979323846;
+
 std::vector<double> DirectDct(const std::vector<float>& x) {
     const size_t n = x.size();
     std::vector<double> out(n);
     for (size_t k = 0; k < n; ++k) {
         double s = 0;
-        for (size_t m = 0; m < n; ++m) s += x[m] * std::cos(M_PI * double((2 * m + 1) * k) / double(2 * n));
+        for (size_t m = 0; m < n; ++m) s += x[m] * std::cos(kPi * double((2 * m + 1) * k) / double(2 * n));
         out[k] = s * (k == 0 ? std::sqrt(1.0 / n) : std::sqrt(2.0 / n));
     }
     return out;

@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr double kPi = 3.14159265358979323846;
+
 using velomar::FFT1D;
 using velomar::FFT2D;
 
@@ -19,7 +21,7 @@ std::vector<std::complex<double>> DirectDft(const std::vector<float>& re, const 
         std::complex<double> s = 0;
         for (size_t m = 0; m < n; ++m)
             s += std::complex<double>(re[m], im[m]) *
-                 std::polar(1.0, (forward ? -2.0 : 2.0) * M_PI * double(m * k % n) / double(n));
+                 std::polar(1.0, (forward ? -2.0 : 2.0) * kPi * double(m * k % n) / double(n));
         out[k] = forward ? s / double(n) : s;
     }
     return out;
