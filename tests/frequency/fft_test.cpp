@@ -47,18 +47,6 @@ TEST(FFT1D, MatchesTheDirectDftWithinFloatRounding) {
         }
 }
 
-TEST(FFT1D, ForwardThenUnscaledInverseRestores) {
-    auto rng = ftest::NamedRng();
-    std::vector<float> re = ftest::RandomFloats(rng, 512, 0, 255), im = ftest::RandomFloats(rng, 512, 0, 255);
-    const std::vector<float> re0 = re, im0 = im;
-    FFT1D(512, im.data(), re.data(), 1);
-    FFT1D(512, im.data(), re.data(), 0);
-    for (int k = 0; k < 512; ++k) {
-        ASSERT_NEAR(re[k], re0[k], 1e-2);
-        ASSERT_NEAR(im[k], im0[k], 1e-2);
-    }
-}
-
 // The plane transform takes many rows and columns at once (and skips all-zero
 // rows); it must equal FFT1D row by row, then column by column, to the bit.
 TEST(FFT2D, EqualsRowsThenColumnsOfFFT1D) {
