@@ -356,8 +356,10 @@ VL_API void VL_CALL ShowWALSH(const unsigned char* Src, unsigned char* Dest, int
  * the first Width bytes of each row. Src may equal Dest. Returns 3 for a null
  * record or Data, 5 when Src and Dest differ in shape (Width, Height,
  * Channel, Depth, WidthStep), 4 for a kernel size below 1 (or an image
- * without pixels, or rows shorter than their pixels), Conv2 also 4 for a
- * depth other than DEPTH_8U; Dest is untouched on any non-zero result. */
+ * without pixels, or rows shorter than their pixels); Conv2 also returns 4
+ * for a Depth other than DEPTH_8U outside Channel 3, while FFTConv2 reads one
+ * byte per pixel whatever the Depth. Dest is untouched on any non-zero
+ * result. */
 VL_API Status VL_CALL Conv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
 VL_API Status VL_CALL FFTConv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
 
