@@ -360,8 +360,8 @@ VL_API void VL_CALL ShowWALSH(const unsigned char* Src, unsigned char* Dest, int
  * for a Depth other than DEPTH_8U outside Channel 3, while FFTConv2 reads one
  * byte per pixel whatever the Depth. Dest is untouched on any non-zero
  * result. */
-VL_API Status VL_CALL Conv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
-VL_API Status VL_CALL FFTConv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
+VL_API VL_Status VL_CALL Conv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
+VL_API VL_Status VL_CALL FFTConv2(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode);
 
 /* ---- Local statistics --------------------------------------------------- */
 
