@@ -166,6 +166,7 @@ TEST(Conv2, KeepsTheDotProductOrder) {
         const int w = ftest::Uniform(rng, 1, 40), h = ftest::Uniform(rng, 1, 2);
         ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
         src.Fill(rng);
+        dest.Fill(rng);  // (its row padding is compared too)
         for (int y = 0; y < h; ++y) std::fill_n(src.m->Data + y * src.m->WidthStep, w, uint8_t(1));
         const std::vector<uint8_t> expected = DirectConv2(src.m, k, s.kw, s.kh, 0, dest.Bytes(), false);
         ASSERT_EQ(Conv2(src.m, &kernel, dest.m, 0), STATUS_OK);
