@@ -27,13 +27,16 @@ struct OneSequence {
 // already in bit-reversed order). The twiddle (u1, u2) advances by the
 // stage's (c1, c2), and each stage's (c1, c2) comes from the previous one by
 // the half-angle formulas, all in float.
-template <class Layout>
-void Stages(int64_t n, float* Imag, float* Real, int32_t Direction) {
+// The half-angle twiddle recurrence in float: calls f(l1, j, u1, u2) for
+// every stage (half-length l1) and position j in the order the recurrence
+// produces them. The one home of the recurrence.
+template <class F>
+void ForEachTwiddle(int64_t n, int32_t Direction, F&& f) {
     float c1 = -1.0f, c2 = 0.0f;
     for (int64_t l1 = 1, l2 = 2; l2 <= n; l1 = l2, l2 *= 2) {
         float u1 = 1.0f, u2 = 0.0f;
         for (int64_t j = 0; j < l1; ++j) {
-            for (int64_t i = j; i < n; i += l2) Layout::Butterfly(Imag, Real, i, i + l1, u1, u2);
+            f(l1, j, u1, u2);
             const float next2 = u1 * c2 + u2 * c1;
             u1 = u1 * c1 - u2 * c2;
             u2 = next2;
@@ -42,6 +45,13 @@ void Stages(int64_t n, float* Imag, float* Real, int32_t Direction) {
         if (ScaledForward(Direction)) c2 = -c2;
         c1 = std::sqrt((1.0f + c1) * 0.5f);
     }
+}
+
+template <class Layout>
+void Stages(int64_t n, float* Imag, float* Real, int32_t Direction) {
+    ForEachTwiddle(n, Direction, [&](int64_t l1, int64_t j, float u1, float u2) {
+        for (int64_t i = j; i < n; i += 2 * l1) Layout::Butterfly(Imag, Real, i, i + l1, u1, u2);
+    });
 }
 
 // The reordering of the bit-reversal swaps as a table: position i receives
@@ -76,20 +86,10 @@ constexpr int kRowStride = kRowLanes + 4, kColumnStride = kColumnStripStride;
 // The twiddles (u1, u2) of every stage in the order the recurrence produces
 // them: the stage of half-length l1 uses entries l1 - 1 .. 2 l1 - 2.
 void FillTwiddles(int64_t n, int32_t Direction, float* U1, float* U2) {
-    float c1 = -1.0f, c2 = 0.0f;
-    for (int64_t l1 = 1, l2 = 2; l2 <= n; l1 = l2, l2 *= 2) {
-        float u1 = 1.0f, u2 = 0.0f;
-        for (int64_t j = 0; j < l1; ++j) {
-            U1[l1 - 1 + j] = u1;
-            U2[l1 - 1 + j] = u2;
-            const float next2 = u1 * c2 + u2 * c1;
-            u1 = u1 * c1 - u2 * c2;
-            u2 = next2;
-        }
-        c2 = std::sqrt((1.0f - c1) * 0.5f);
-        if (ScaledForward(Direction)) c2 = -c2;
-        c1 = std::sqrt((1.0f + c1) * 0.5f);
-    }
+    ForEachTwiddle(n, Direction, [&](int64_t l1, int64_t j, float u1, float u2) {
+        U1[l1 - 1 + j] = u1;
+        U2[l1 - 1 + j] = u2;
+    });
 }
 
 // One butterfly on four lanes.

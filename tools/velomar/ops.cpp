@@ -70,6 +70,26 @@ auto Unpadded(F body) {
     };
 }
 
+// The kernels the convolution exports can be shown with: box 5x5, binomial
+// 9x9, 3x3 sharpen and emboss (symmetric ones give the same picture through
+// correlation and convolution).
+constexpr const char* kNamedKernels = "0 box5, 1 gauss9, 2 sharpen3, 3 emboss3";
+
+template <class F>
+auto WithNamedKernel(F convolve) {
+    return MatrixForm([convolve](Matrix* s, Matrix* d, const Values& v) {
+        const int id = int(v[0]), n = id == 0 ? 5 : id == 1 ? 9 : 3;
+        if (id < 0 || id > 3) return VL_Status(STATUS_INVALID_PARAMETER);
+        std::vector<float> k(size_t(n) * n, 1.0f);
+        const float binomial[9] = {1, 8, 28, 56, 70, 56, 28, 8, 1};
+        if (id == 1) for (int i = 0; i < 81; ++i) k[i] = binomial[i / 9] * binomial[i % 9];
+        if (id == 2) k = {0, -1, 0, -1, 5, -1, 0, -1, 0};
+        if (id == 3) k = {-2, -1, 0, -1, 1, 1, 0, 1, 2};
+        Matrix kernel{n, n, 4 * n, 1, DEPTH_32F, reinterpret_cast<unsigned char*>(k.data()), 0};
+        return convolve(s, &kernel, d, int(v[1]));
+    });
+}
+
 // The reference picture for ColorTransfer: warm sunset tones.
 const Image& SunsetReference() {
     static const Image reference = [] {
@@ -274,33 +294,9 @@ std::vector<Op> BuildOps() {
         {"ShowWALSH", "Walsh-Hadamard coefficients x 2000", kAnyLayout, {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) { ShowWALSH(s, d, w, h, st); })},
         {"Conv2", "correlates with a named kernel", kAnyLayout,
-         {{"Kernel", kInt, 2, "0 box5, 1 gauss9, 2 sharpen3, 3 emboss3"}, {"EdgeMode", kInt, 1, edge}},
-         MatrixForm([](Matrix* s, Matrix* d, const Values& v) {
-             // Box 5x5, binomial 9x9, 3x3 sharpen and emboss.
-             const int id = int(v[0]), n = id == 0 ? 5 : id == 1 ? 9 : 3;
-             std::vector<float> k(size_t(n) * n, 1.0f);
-             const float binomial[9] = {1, 8, 28, 56, 70, 56, 28, 8, 1};
-             if (id == 1) for (int i = 0; i < 81; ++i) k[i] = binomial[i / 9] * binomial[i % 9];
-             if (id == 2) k = {0, -1, 0, -1, 5, -1, 0, -1, 0};
-             if (id == 3) k = {-2, -1, 0, -1, 1, 1, 0, 1, 2};
-             if (id < 0 || id > 3) return STATUS_INVALID_PARAMETER;
-             Matrix kernel{n, n, 4 * n, 1, DEPTH_32F, reinterpret_cast<unsigned char*>(k.data()), 0};
-             return Conv2(s, &kernel, d, int(v[1]));
-         })},
+         {{"Kernel", kInt, 2, kNamedKernels}, {"EdgeMode", kInt, 1, edge}}, WithNamedKernel(Conv2)},
         {"FFTConv2", "convolves with a named kernel through the FFT", kAnyLayout,
-         {{"Kernel", kInt, 1, "0 box5, 1 gauss9, 2 sharpen3, 3 emboss3"}, {"EdgeMode", kInt, 1, edge}},
-         MatrixForm([](Matrix* s, Matrix* d, const Values& v) {
-             // The same kernels as Conv2's (symmetric ones give the same picture).
-             const int id = int(v[0]), n = id == 0 ? 5 : id == 1 ? 9 : 3;
-             std::vector<float> k(size_t(n) * n, 1.0f);
-             const float binomial[9] = {1, 8, 28, 56, 70, 56, 28, 8, 1};
-             if (id == 1) for (int i = 0; i < 81; ++i) k[i] = binomial[i / 9] * binomial[i % 9];
-             if (id == 2) k = {0, -1, 0, -1, 5, -1, 0, -1, 0};
-             if (id == 3) k = {-2, -1, 0, -1, 1, 1, 0, 1, 2};
-             if (id < 0 || id > 3) return STATUS_INVALID_PARAMETER;
-             Matrix kernel{n, n, 4 * n, 1, DEPTH_32F, reinterpret_cast<unsigned char*>(k.data()), 0};
-             return FFTConv2(s, &kernel, d, int(v[1]));
-         })},
+         {{"Kernel", kInt, 1, kNamedKernels}, {"EdgeMode", kInt, 1, edge}}, WithNamedKernel(FFTConv2)},
         // ---- Local statistics
         {"MinValue", "minimum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},
