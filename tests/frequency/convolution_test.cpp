@@ -34,10 +34,9 @@ float LiteralDot(const float* a, const float* b, int count) {
 }
 
 TEST(DotProduct, FollowsTheDocumentedOrderAndDoubleCount) {
-    auto rng = ftest::NamedRng();
     for (int count = 0; count <= 100; count += 4) {
-        const std::vector<float> a = ftest::RandomFloats(rng, count + 4, -10, 10);
-        const std::vector<float> b = ftest::RandomFloats(rng, count + 4, -1000, 1000);
+        const std::vector<float> a = ftest::RandomFloats(count + 4, -10, 10);
+        const std::vector<float> b = ftest::RandomFloats(count + 4, -1000, 1000);
         const float d = velomar::DotProduct(a.data(), b.data(), count), e = LiteralDot(a.data(), b.data(), count);
         ASSERT_EQ(std::memcmp(&d, &e, 4), 0) << count << ": " << d << " vs " << e;
     }
@@ -125,19 +124,18 @@ struct Shape { int kw, kh; };
 const Shape kShapes[] = {{1, 1}, {3, 3}, {5, 5}, {2, 3}, {4, 1}, {1, 7}, {7, 7}, {6, 2}, {4, 4}, {15, 3}};
 
 TEST(Conv2, MatchesTheDirectCorrelation) {
-    auto rng = ftest::NamedRng();
     for (int trial = 0; trial < 60; ++trial) {
         const Shape s = kShapes[trial % 10];
-        const int w = ftest::Uniform(rng, 1, trial < 30 ? 12 : 70), h = ftest::Uniform(rng, 1, trial < 30 ? 12 : 45);
+        const int w = vtest::RandomInt(1, trial < 30 ? 12 : 70), h = vtest::RandomInt(1, trial < 30 ? 12 : 45);
         const int edge = trial % 2;
         const bool integer = trial % 3 != 0;
-        std::vector<float> k = ftest::RandomFloats(rng, size_t(s.kw) * s.kh, -3, 5);
+        std::vector<float> k = ftest::RandomFloats(size_t(s.kw) * s.kh, -3, 5);
         if (integer)
             for (float& v : k) v = std::round(v);
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
         ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
-        src.Fill(rng);
-        dest.Fill(rng);
+        src.Fill();
+        dest.Fill();
         EXPECT_TRUE(RunBothWays(velomar::Conv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& result) {
             return vtest::BytesEqual(DirectConv2(src.m, k, s.kw, s.kh, edge, entry, integer), result);
         }))
@@ -150,7 +148,6 @@ TEST(Conv2, MatchesTheDirectCorrelation) {
 // additions (in the 4- and 16-pixel paths or the last pixels) shows in the
 // bytes.
 TEST(Conv2, KeepsTheDotProductOrder) {
-    auto rng = ftest::NamedRng();
     const Shape shapes[] = {{8, 4}, {15, 3}, {16, 2}, {4, 4}, {3, 3}, {2, 2}};
     for (int trial = 0; trial < 600; ++trial) {
         const Shape s = shapes[trial % 6];
@@ -159,14 +156,14 @@ TEST(Conv2, KeepsTheDotProductOrder) {
         for (int pair = 0; pair < std::min(4, (s.kw * s.kh - 1) / 2); ++pair)
             for (float big : {16777216.0f, -16777216.0f}) {
                 size_t i;
-                do i = size_t(ftest::Uniform(rng, 0, int(k.size()) - 1)); while (k[i] != 0.0f);
+                do i = size_t(vtest::RandomInt(0, int(k.size()) - 1)); while (k[i] != 0.0f);
                 k[i] = big;
             }
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
-        const int w = ftest::Uniform(rng, 1, 40), h = ftest::Uniform(rng, 1, 2);
+        const int w = vtest::RandomInt(1, 40), h = vtest::RandomInt(1, 2);
         ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
-        src.Fill(rng);
-        dest.Fill(rng);  // (its row padding is compared too)
+        src.Fill();
+        dest.Fill();  // (its row padding is compared too)
         for (int y = 0; y < h; ++y) std::fill_n(src.m->Data + y * src.m->WidthStep, w, uint8_t(1));
         const std::vector<uint8_t> expected = DirectConv2(src.m, k, s.kw, s.kh, 0, dest.Bytes(), false);
         ASSERT_EQ(Conv2(src.m, &kernel, dest.m, 0), STATUS_OK);
@@ -175,16 +172,15 @@ TEST(Conv2, KeepsTheDotProductOrder) {
 }
 
 TEST(FFTConv2, MatchesTheDirectConvolution) {
-    auto rng = ftest::NamedRng();
     for (int trial = 0; trial < 40; ++trial) {
         const Shape s = kShapes[trial % 10];
-        const int w = ftest::Uniform(rng, 1, 40), h = ftest::Uniform(rng, 1, 20), edge = trial % 2;
-        std::vector<float> k = ftest::RandomFloats(rng, size_t(s.kw) * s.kh, -3, 5);
+        const int w = vtest::RandomInt(1, 40), h = vtest::RandomInt(1, 20), edge = trial % 2;
+        std::vector<float> k = ftest::RandomFloats(size_t(s.kw) * s.kh, -3, 5);
         for (float& v : k) v = std::round(v);
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
         ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
-        src.Fill(rng);
-        dest.Fill(rng);
+        src.Fill();
+        dest.Fill();
         const int step = dest.m->WidthStep;
         EXPECT_TRUE(RunBothWays(velomar::FFTConv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& got) {
             for (int y = 0; y < h; ++y)
@@ -201,15 +197,14 @@ TEST(FFTConv2, MatchesTheDirectConvolution) {
 // Three channels are three one-channel filterings; any channel count other
 // than 3 filters the first Width bytes of each row and leaves the rest.
 TEST(Convolutions, ChannelLayouts) {
-    auto rng = ftest::NamedRng();
-    std::vector<float> k = ftest::RandomFloats(rng, 15, -1, 3);
+    std::vector<float> k = ftest::RandomFloats(15, -1, 3);
     Matrix kernel = ftest::KernelRecord(k, 5, 3);
     for (const Form& form : {Form(velomar::Conv2), Form(velomar::FFTConv2)})
         for (int channels : {3, 4, 2}) {
             const int w = 21, h = 9;
             ftest::Record src(w, h, DEPTH_8U, channels), dest(w, h, DEPTH_8U, channels);
-            src.Fill(rng);
-            dest.Fill(rng);
+            src.Fill();
+            dest.Fill();
             // Each filtered plane, one byte per pixel.
             std::vector<std::vector<uint8_t>> filtered;
             for (int c = 0; c < (channels == 3 ? 3 : 1); ++c) {
@@ -232,12 +227,11 @@ TEST(Convolutions, ChannelLayouts) {
 }
 
 TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
-    auto rng = ftest::NamedRng();
     std::vector<float> k(9, 1.0f);
     Matrix kernel = ftest::KernelRecord(k, 3, 3);
     ftest::Record a(6, 5, DEPTH_8U, 1), b(6, 5, DEPTH_8U, 1), c3(6, 5, DEPTH_8U, 3), wide(7, 5, DEPTH_8U, 1);
     ftest::Record tall(6, 6, DEPTH_8U, 1), s16(6, 5, DEPTH_16S, 1), d16(6, 5, DEPTH_16S, 1);
-    for (ftest::Record* r : {&a, &b, &c3, &wide, &tall, &s16, &d16}) r->Fill(rng);
+    for (ftest::Record* r : {&a, &b, &c3, &wide, &tall, &s16, &d16}) r->Fill();
     Matrix noData = *b.m, step = *a.m, signedDepth = *b.m, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
     noData.Data = nullptr;
     step.WidthStep += 4;

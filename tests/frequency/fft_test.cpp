@@ -28,10 +28,9 @@ std::vector<std::complex<double>> DirectDft(const std::vector<float>& re, const 
 }
 
 TEST(FFT1D, MatchesTheDirectDftWithinFloatRounding) {
-    auto rng = ftest::NamedRng();
     for (int n : {1, 2, 4, 8, 32, 256, 1024})
         for (int dir : {0, 1, 2, 257}) {
-            std::vector<float> re = ftest::RandomFloats(rng, n, -255, 255), im = ftest::RandomFloats(rng, n, -255, 255);
+            std::vector<float> re = ftest::RandomFloats(n, -255, 255), im = ftest::RandomFloats(n, -255, 255);
             const auto expected = DirectDft(re, im, dir);
             double norm = 0;
             for (int m = 0; m < n; ++m) norm += std::abs(re[m]) + std::abs(im[m]);
@@ -50,15 +49,14 @@ TEST(FFT1D, MatchesTheDirectDftWithinFloatRounding) {
 // The plane transform takes many rows and columns at once (and skips all-zero
 // rows); it must equal FFT1D row by row, then column by column, to the bit.
 TEST(FFT2D, EqualsRowsThenColumnsOfFFT1D) {
-    auto rng = ftest::NamedRng();
     const int sizes[] = {1, 2, 4, 8, 16, 32, 64};
     for (int trial = 0; trial < 40; ++trial) {
-        const int w = sizes[ftest::Uniform(rng, 0, 6)], h = sizes[ftest::Uniform(rng, 0, 6)];
-        const int dir = std::vector<int>{0, 1, 2, 256, 513}[ftest::Uniform(rng, 0, 4)];
-        std::vector<float> re = ftest::RandomFloats(rng, size_t(w) * h, -300, 300);
-        std::vector<float> im = ftest::RandomFloats(rng, size_t(w) * h, -300, 300);
+        const int w = sizes[vtest::RandomInt(0, 6)], h = sizes[vtest::RandomInt(0, 6)];
+        const int dir = std::vector<int>{0, 1, 2, 256, 513}[vtest::RandomInt(0, 4)];
+        std::vector<float> re = ftest::RandomFloats(size_t(w) * h, -300, 300);
+        std::vector<float> im = ftest::RandomFloats(size_t(w) * h, -300, 300);
         for (int y = 0; y < h; ++y)  // zero rows, some in whole blocks
-            if (y >= h / 2 || ftest::Uniform(rng, 0, 3) == 0)
+            if (y >= h / 2 || vtest::RandomInt(0, 3) == 0)
                 for (int x = 0; x < w; ++x) re[size_t(y) * w + x] = im[size_t(y) * w + x] = 0.0f;
         std::vector<float> er = re, ei = im, cr(h), ci(h);
         for (int y = 0; y < h; ++y) FFT1D(w, ei.data() + size_t(y) * w, er.data() + size_t(y) * w, dir);
@@ -116,15 +114,14 @@ std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> des
 }
 
 TEST(ShowFFT, MatchesTheStepByStepPicture) {
-    auto rng = ftest::NamedRng();
     struct Case { int w, h, bytes, padding; };
     const Case cases[] = {{1, 1, 1, 0}, {1, 7, 1, 3}, {9, 1, 3, 0}, {16, 8, 1, 0}, {13, 11, 3, 2},
                           {6, 5, 4, 1}, {33, 17, 1, 5}, {20, 40, 3, 0}};
     for (const Case& t : cases)
         for (int dir : {0, 1, 2})
             for (uint8_t copy : {0, 1, 2}) {
-                const vtest::Image src = ftest::RandomImage(rng, t.w, t.h, t.bytes, t.padding);
-                const vtest::Image dst = ftest::RandomImage(rng, t.w, t.h, t.bytes, t.padding, 0x3C);
+                const vtest::Image src = vtest::RandomImage(t.w, t.h, t.bytes, t.padding);
+                const vtest::Image dst = vtest::RandomImage(t.w, t.h, t.bytes, t.padding, 0x3C);
                 EXPECT_TRUE(vtest::MatchesBothWays(
                     src, dst,
                     [&](const uint8_t* s, uint8_t* d) { ShowFFT(s, d, t.w, t.h, src.stride, copy, dir); },
@@ -154,8 +151,7 @@ TEST(ShowFFT, UniformImageShowsOnlyTheZeroFrequency) {
 }
 
 TEST(SpectrumPictures, CallsOutsideTheContractWriteNothing) {
-    auto rng = ftest::NamedRng();
-    vtest::Image src = ftest::RandomImage(rng, 8, 6, 3, 0), dst = ftest::RandomImage(rng, 8, 6, 3, 0);
+    vtest::Image src = vtest::RandomImage(8, 6, 3, 0), dst = vtest::RandomImage(8, 6, 3, 0);
     const std::vector<uint8_t> before = dst.bytes;
     const struct { const uint8_t* s; uint8_t* d; int w, h, stride; } calls[] = {
         {nullptr, dst.data(), 8, 6, 24}, {src.data(), nullptr, 8, 6, 24}, {src.data(), dst.data(), 0, 6, 24},

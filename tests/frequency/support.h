@@ -1,5 +1,5 @@
-// Helpers of the frequency-domain tests: a generator seeded from the running
-// test's name, random float sequences, and owned Matrix records.
+// Helpers of the frequency-domain tests: random float sequences and owned
+// Matrix records.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,29 +15,11 @@
 
 namespace ftest {
 
-// Seeded from "Suite.Test" (FNV-1a), so a failure reproduces on its own.
-inline std::mt19937 NamedRng() {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    const std::string name = std::string(info->test_suite_name()) + "." + info->name();
-    uint32_t h = 2166136261u;
-    for (char c : name) h = (h ^ uint8_t(c)) * 16777619u;
-    return std::mt19937(h);
-}
-
-inline int Uniform(std::mt19937& rng, int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
-
-inline std::vector<float> RandomFloats(std::mt19937& rng, size_t n, float lo, float hi) {
+inline std::vector<float> RandomFloats(size_t n, float lo, float hi) {
     std::uniform_real_distribution<float> d(lo, hi);
     std::vector<float> v(n);
-    for (float& f : v) f = d(rng);
+    for (float& f : v) f = d(vtest::Rng());
     return v;
-}
-
-inline vtest::Image RandomImage(std::mt19937& rng, int w, int h, int c, int padding, uint8_t marker = 0xA5) {
-    vtest::Image img(w, h, c, padding, marker);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w * c; ++x) img.bytes[size_t(y) * img.stride + x] = uint8_t(Uniform(rng, 0, 255));
-    return img;
 }
 
 // A record made by VL_CreateMatrix, released at the end of the scope.
@@ -48,10 +30,10 @@ struct Record {
     Record(const Record&) = delete;
     std::vector<uint8_t> Bytes() const { return {m->Data, m->Data + size_t(m->WidthStep) * m->Height}; }
     // Random pixels; row padding gets a marker common to every record.
-    void Fill(std::mt19937& rng) {
+    void Fill() {
         const int row = m->Width * m->Channel * velomar::DepthElementSize(m->Depth);
         for (int i = 0; i < m->WidthStep * m->Height; ++i)
-            m->Data[i] = i % m->WidthStep < row ? uint8_t(Uniform(rng, 0, 255)) : 0xA5;
+            m->Data[i] = i % m->WidthStep < row ? uint8_t(vtest::RandomInt(0, 255)) : 0xA5;
     }
 };
 
