@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "core/cpu.h"
 #include "core/planes.h"
 #include "frequency/frequency.h"
 
@@ -94,107 +95,33 @@ Status PerChannel(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t
 }
 
 // ---- Conv2 ------------------------------------------------------------------------------
-//
-// Every output is DotProduct(kernel buffer, strip of the extended image) over
-// KWpad x KH floats. The fast path computes the same dot products for 4 or 32
-// neighbouring pixels at once, one pixel per vector lane: accumulator e of
-// the 16-element blocks and lane l of the remainder pass are kept as separate
-// vectors and combined in DotProduct's order. Terms with a zero weight are
-// left out: the sample is a finite pixel value, so the product is a zero,
-// and adding a zero never changes an accumulator (which starts at +0 and so
-// is never -0).
 
-struct Term {
-    __m128 weight;     // in every lane
-    ptrdiff_t offset;  // of the sample from the output pixel's top-left tap
-};
-
-struct ConvPlan {
-    int32_t count = 0;   // KWpad * KH
-    int32_t blocks = 0;  // whole blocks of 16 when count > 16, else 0
-    int32_t rest = 0;    // products of the second pass
-    std::vector<Term> block[16], remainder[4];
-};
-
-ConvPlan MakePlan(const float* kernelBuffer, int32_t kwPad, int32_t count, ptrdiff_t rowStep) {
+// The plan's terms, grouped by accumulator, and the plan pointing into them.
+struct OwnedPlan {
+    std::vector<ConvTerm> terms;
     ConvPlan plan;
-    plan.count = count;
+};
+
+void MakePlan(const float* kernelBuffer, int32_t kwPad, int32_t count, ptrdiff_t rowStep, OwnedPlan& out) {
+    ConvPlan& plan = out.plan;
     plan.blocks = count > 16 ? count / 16 : 0;
     plan.rest = count > 16 ? count - 16 * (count / 16) : count;
-    auto term = [&](int32_t i) {
-        return Term{_mm_set1_ps(kernelBuffer[i]), ptrdiff_t(i / kwPad) * rowStep + i % kwPad};
-    };
+    std::vector<int32_t> members[20];  // element indices of each group
     for (int32_t b = 0; b < plan.blocks; ++b)
-        for (int32_t e = 0; e < 16; ++e)
-            if (kernelBuffer[16 * b + e] != 0.0f) plan.block[e].push_back(term(16 * b + e));
+        for (int32_t e = 0; e < 16; ++e) members[e].push_back(16 * b + e);
     for (int32_t g = 0; g < plan.rest / 4; ++g)
-        for (int32_t l = 0; l < 4; ++l)
-            if (kernelBuffer[4 * g + l] != 0.0f) plan.remainder[l].push_back(term(4 * g + l));
-    return plan;
-}
-
-template <int NV>
-inline void Accumulate(const std::vector<Term>& terms, const float* base, __m128* acc) {
-    for (int v = 0; v < NV; ++v) acc[v] = _mm_setzero_ps();
-    for (const Term& t : terms) {
-        const float* p = base + t.offset;
-        for (int v = 0; v < NV; ++v) acc[v] = _mm_add_ps(acc[v], _mm_mul_ps(t.weight, _mm_loadu_ps(p + 4 * v)));
-    }
-}
-
-// trunc(d * Scale + 0.5) in double for four sums, as 32-bit integers.
-inline __m128i RoundScaled(__m128 d, __m128d scale) {
-    const __m128d half = _mm_set1_pd(0.5);
-    const __m128d lo = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(d), scale), half);
-    const __m128d hi = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(d, d)), scale), half);
-    return _mm_unpacklo_epi64(_mm_cvttpd_epi32(lo), _mm_cvttpd_epi32(hi));
-}
-
-// Outputs of 4 * NV neighbouring pixels; `base` is the top-left tap of the
-// first one in the float copy of the extended image.
-template <int NV>
-void ConvolvePixels(const ConvPlan& plan, const float* base, __m128d scale, uint8_t* out) {
-    __m128 total[NV];
-    if (plan.blocks > 0) {
-        // Lane l of the blocks: (S3 + S2) + (S1 + S0) of accumulators
-        // l, 4 + l, 8 + l, 12 + l; the lanes are then added lane 0 first.
-        for (int l = 0; l < 4; ++l) {
-            __m128 low[NV], high[NV], s[NV];
-            Accumulate<NV>(plan.block[l], base, low);
-            Accumulate<NV>(plan.block[4 + l], base, s);
-            for (int v = 0; v < NV; ++v) low[v] = _mm_add_ps(s[v], low[v]);
-            Accumulate<NV>(plan.block[12 + l], base, high);
-            Accumulate<NV>(plan.block[8 + l], base, s);
-            for (int v = 0; v < NV; ++v) {
-                const __m128 lane = _mm_add_ps(_mm_add_ps(high[v], s[v]), low[v]);
-                total[v] = l == 0 ? lane : _mm_add_ps(total[v], lane);
+        for (int32_t l = 0; l < 4; ++l) members[16 + l].push_back(4 * g + l);
+    size_t start[21] = {};
+    for (int k = 0; k < 20; ++k) {
+        for (int32_t i : members[k])
+            if (kernelBuffer[i] != 0.0f) {
+                const float w = kernelBuffer[i];
+                out.terms.push_back(ConvTerm{{w, w, w, w}, ptrdiff_t(i / kwPad) * rowStep + i % kwPad});
             }
-        }
-    } else {
-        for (int v = 0; v < NV; ++v) total[v] = _mm_setzero_ps();
+        start[k + 1] = out.terms.size();
     }
-    if (plan.blocks == 0 || plan.rest > 0) {
-        __m128 m[NV], s[NV];
-        Accumulate<NV>(plan.remainder[0], base, m);
-        for (int l = 1; l < 4; ++l) {
-            Accumulate<NV>(plan.remainder[l], base, s);
-            for (int v = 0; v < NV; ++v) m[v] = _mm_add_ps(m[v], s[v]);
-        }
-        for (int v = 0; v < NV; ++v) total[v] = _mm_add_ps(m[v], total[v]);
-    }
-    if constexpr (NV == 1) {
-        const __m128i q = RoundScaled(total[0], scale);
-        const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(q, q), _mm_setzero_si128());
-        const int32_t four = _mm_cvtsi128_si32(bytes);
-        std::memcpy(out, &four, 4);
-    } else {
-        static_assert(NV % 4 == 0);
-        for (int v = 0; v < NV; v += 4) {
-            const __m128i a = _mm_packs_epi32(RoundScaled(total[v], scale), RoundScaled(total[v + 1], scale));
-            const __m128i b = _mm_packs_epi32(RoundScaled(total[v + 2], scale), RoundScaled(total[v + 3], scale));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 4 * v), _mm_packus_epi16(a, b));
-        }
-    }
+    for (int k = 0; k < 20; ++k)
+        plan.group[k] = {out.terms.data() + start[k], out.terms.data() + start[k + 1]};
 }
 
 Status Conv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_t EdgeMode) {
@@ -224,8 +151,9 @@ Status Conv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_
     const size_t pw = size_t(paddedRecord->Width);
     constexpr int32_t kBand = 32;
     Buffer<float> band(pw * (size_t(kBand) + kh - 1));
-    const ConvPlan plan = MakePlan(kernelBuffer.data(), int32_t(kwPad), int32_t(count), ptrdiff_t(pw));
-    const __m128d scale2 = _mm_set1_pd(double(scale));
+    OwnedPlan plan;
+    MakePlan(kernelBuffer.data(), int32_t(kwPad), int32_t(count), ptrdiff_t(pw), plan);
+    const Isa isa = ActiveIsa();
     Buffer<float> column(size_t(count), true);  // one strip for the pixels left over
     for (int32_t y0 = 0; y0 < height; y0 += kBand) {
         const int32_t rows = std::min(kBand, height - y0);
@@ -238,8 +166,9 @@ Status Conv2Single(const Matrix* Src, const Matrix* Kernel, Matrix* Dest, int32_
             const float* row = band.data() + size_t(y - y0) * pw;
             uint8_t* out = Dest->Data + size_t(y) * size_t(Dest->WidthStep);
             int32_t x = 0;
-            for (; x + 16 <= width; x += 16) ConvolvePixels<4>(plan, row + x, scale2, out + x);
-            for (; x + 16 <= width; x += 16) ConvolvePixels<4>(plan, row + x, scale2, out + x);
+            if (isa >= Isa::Avx512) x = Conv2RunAvx512(plan.plan, row, width, double(scale), out);
+            if (isa >= Isa::Avx2) x += Conv2RunAvx2(plan.plan, row + x, width - x, double(scale), out + x);
+            x += Conv2RunSse2(plan.plan, row + x, width - x, double(scale), out + x);
             for (; x < width; ++x) {
                 for (int32_t r = 0; r < kh; ++r)
                     std::copy_n(row + size_t(r) * pw + x, kw, column.data() + size_t(r) * kwPad);

@@ -79,6 +79,33 @@ Status MergeChannels(Matrix* Dest, const Matrix* Plane0, const Matrix* Plane1,
 // and the last Count % 16 left out. That is the defined result.
 float DotProduct(const float* A, const float* B, int32_t Count);
 
+// Conv2's dot products for neighbouring pixels at once. A term is one
+// product of the dot product: its weight (four copies, for a broadcast
+// load) and the offset of its sample from a pixel's first tap in the float
+// copy of the extended image. Groups 0..15 are the accumulators of the
+// 16-element blocks, 16..19 the lanes of the remainder pass; each lists its
+// terms with a non-zero weight, in DotProduct's order.
+struct ConvTerm {
+    alignas(16) float weight[4];
+    ptrdiff_t offset;
+};
+struct ConvPlan {
+    struct Group {
+        const ConvTerm* first = nullptr;
+        const ConvTerm* last = nullptr;
+    };
+    int32_t blocks = 0;  // whole blocks of 16 when the count is over 16, else 0
+    int32_t rest = 0;    // products of the remainder pass
+    Group group[20];
+};
+// Conv2's bytes for the first pixels of a row (Row: the first pixel's first
+// tap; Out: its output byte), in runs as wide as the instruction set takes;
+// returns how many pixels were written, the rest being left to the caller.
+// Each equals DotProduct over the pixel's strip, scaled, rounded and clamped.
+int32_t Conv2RunSse2(const ConvPlan& Plan, const float* Row, int32_t Count, double Scale, uint8_t* Out);
+int32_t Conv2RunAvx2(const ConvPlan& Plan, const float* Row, int32_t Count, double Scale, uint8_t* Out);
+int32_t Conv2RunAvx512(const ConvPlan& Plan, const float* Row, int32_t Count, double Scale, uint8_t* Out);
+
 // ---- internal forms of the exports ---------------------------------------------------
 
 void ShowFFT(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
