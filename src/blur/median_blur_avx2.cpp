@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "blur/blur.h"
+#include "core/cpu.h"
 
-#define VELOMAR_AVX2 __attribute__((target("avx2")))
 
 namespace velomar {
 
@@ -15,10 +15,10 @@ namespace {
 
 constexpr int32_t kBins = 16;
 
-VELOMAR_AVX2 inline __m256i Load16(const uint16_t* p) {
+VELOMAR_TARGET_AVX2 inline __m256i Load16(const uint16_t* p) {
     return _mm256_load_si256(reinterpret_cast<const __m256i*>(p));
 }
-VELOMAR_AVX2 inline void Store16(uint16_t* p, __m256i v) {
+VELOMAR_TARGET_AVX2 inline void Store16(uint16_t* p, __m256i v) {
     _mm256_store_si256(reinterpret_cast<__m256i*>(p), v);
 }
 
@@ -26,7 +26,7 @@ VELOMAR_AVX2 inline void Store16(uint16_t* p, __m256i v) {
 // reaches `above`; the running totals are left in running[0..15]. Totals
 // never exceed 65025 and are compared unsigned; the last one is known to
 // reach `above`, so the result is 0..15.
-VELOMAR_AVX2 inline int32_t FirstAbove(__m256i h, __m256i start, __m256i above,
+VELOMAR_TARGET_AVX2 inline int32_t FirstAbove(__m256i h, __m256i start, __m256i above,
                                        uint16_t* running) {
     h = _mm256_add_epi16(h, _mm256_slli_si256(h, 2));
     h = _mm256_add_epi16(h, _mm256_slli_si256(h, 4));
@@ -44,7 +44,7 @@ VELOMAR_AVX2 inline int32_t FirstAbove(__m256i h, __m256i start, __m256i above,
 
 }  // namespace
 
-VELOMAR_AVX2 void MedianRowAvx2(const uint16_t* cc, const uint16_t* cf, int32_t Width,
+VELOMAR_TARGET_AVX2 void MedianRowAvx2(const uint16_t* cc, const uint16_t* cf, int32_t Width,
                                 int32_t Radius, int32_t T, uint16_t* coarse, uint16_t* fine,
                                 int32_t* lastColumn, uint8_t* Dest) {
     const size_t fineBinStride = size_t(Width) * kBins;

@@ -3,16 +3,8 @@
 // where the dispatcher allows them; every form gives the same bytes.
 #include <immintrin.h>
 
+#include "core/cpu.h"
 #include "frequency/frequency.h"
-
-// 64-bit MinGW GCC cannot align its stack for spilled 256- and 512-bit
-// registers (it emits aligned moves to a 16-byte aligned frame), so there the
-// wider forms hand every pixel back to the SSE2 form.
-#if defined(_WIN64) && defined(__GNUC__) && !defined(__clang__)
-#define VELOMAR_CONV2_WIDE 0
-#else
-#define VELOMAR_CONV2_WIDE 1
-#endif
 
 namespace velomar {
 
@@ -49,7 +41,7 @@ int32_t Conv2RunSse2(const ConvPlan& Plan, const float* Row, int32_t Count, doub
     return sse2::ConvolveRun(Plan, Row, Count, Scale, Out);
 }
 
-#if VELOMAR_CONV2_WIDE
+#if VELOMAR_WIDE_PATHS
 
 #pragma GCC push_options
 #pragma GCC target("avx2")
