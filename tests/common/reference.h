@@ -62,6 +62,19 @@ inline ::testing::AssertionResult AllBytes(const std::vector<uint8_t>& v, uint8_
     return ::testing::AssertionSuccess();
 }
 
+// Runs every call over its own copy of `dest`: none may change a byte.
+inline ::testing::AssertionResult WritesNothing(const Image& dest,
+                                                std::initializer_list<std::function<void(uint8_t*)>> calls) {
+    int index = 0;
+    for (const auto& call : calls) {
+        Image out = dest;
+        call(out.data());
+        if (auto r = BytesEqual(dest.bytes, out.bytes); !r) return r << " (call " << index << ")";
+        ++index;
+    }
+    return ::testing::AssertionSuccess();
+}
+
 // Runs `run(src, dest)` over a copy of `dest` and then in place over a copy of
 // `src`; both must equal `direct(bytes Dest held on entry)`, and Src must stay
 // as it was.

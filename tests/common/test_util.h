@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
+#include <optional>
+#include <ostream>
 #include <random>
 #include <string>
-#include <optional>
 #include <vector>
 
 #include "core/cpu.h"
@@ -31,6 +33,11 @@ struct Image {
     uint8_t& at(int x, int y, int c = 0) { return bytes[size_t(y) * stride + size_t(x) * channels + c]; }
     uint8_t at(int x, int y, int c = 0) const { return bytes[size_t(y) * stride + size_t(x) * channels + c]; }
 };
+
+// Names a layout in failure messages: "WxHxC stride S".
+inline std::ostream& operator<<(std::ostream& os, const Image& img) {
+    return os << img.width << "x" << img.height << "x" << img.channels << " stride " << img.stride;
+}
 
 // The random generator, seeded from the running test's full name, so that a
 // failing case reproduces alone under --gtest_filter.
@@ -65,6 +72,25 @@ inline Image RandomSmoothImage(int w, int h, int c, int padding = 0, uint8_t pad
             for (int k = 0; k < c; ++k)
                 img.at(x, y, k) = uint8_t(std::clamp((x * 7 + y * 3 + k * 50) % 256 + RandomInt(-20, 20), 0, 255));
     return img;
+}
+
+// The source picture of trial `trial` of a random sweep: the channel count
+// taken in turn from `channels`, Widths 1 and 2 in the first trials, rows
+// unpadded in half the trials and otherwise padded by less than Width (so
+// Stride / Width stays the channel count) and at most `maxPad` bytes, white
+// noise or smooth structure at random.
+inline Image SweepImage(int trial, std::initializer_list<int> channels, int maxWidth, int maxHeight,
+                        int maxPad = 5) {
+    const int c = channels.begin()[size_t(trial) % channels.size()];
+    const int w = trial < 2 * int(channels.size()) ? 1 + trial / int(channels.size()) : RandomInt(1, maxWidth);
+    const int h = RandomInt(1, maxHeight), pad = RandomInt(0, 1) ? RandomInt(0, std::min(maxPad, w - 1)) : 0;
+    return RandomInt(0, 1) ? RandomImage(w, h, c, pad) : RandomSmoothImage(w, h, c, pad);
+}
+
+// A random Dest of the same layout whose padding marker differs from the
+// source's, so that bytes a filter must not write are compared too.
+inline Image DestFor(const Image& src, uint8_t marker = 0x3C) {
+    return RandomImage(src.width, src.height, src.channels, src.stride - src.width * src.channels, marker);
 }
 
 inline ::testing::AssertionResult BytesEqual(const std::vector<uint8_t>& expected,
