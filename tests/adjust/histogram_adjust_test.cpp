@@ -82,6 +82,7 @@ void Apply(const Raw& r, uint8_t* d, const Tab& tb, const Tab& tg, const Tab& tr
 }
 
 void Model(Kind kind, const Raw& r, uint8_t* d, double clip, bool autoGamma) {
+    if (r.b() == 2) return;  // the three-byte walk would leave the rows
     const double T = double(r.w * r.h) * clip;
     int low, high;
     if (kind == Kind::Equalize) {
@@ -155,44 +156,36 @@ TEST(HistogramBuilders, MatchDirectCounts) {
     }
 }
 
+// A fifth of the pixels black, the rest in 100..110: with a 30% clip the low
+// point lies above the mean, so the gamma's logarithm has a negative argument.
+vtest::Image DarkFifth(int c) {
+    vtest::Image img(20, 10, c, 1, 0xA5);
+    for (int y = 0; y < 10; ++y)
+        for (int x = 0; x < 20; ++x)
+            for (int k = 0; k < c; ++k) img.at(x, y, k) = x < 4 ? 0 : uint8_t(100 + (x + y + k) % 11);
+    return img;
+}
+
 TEST(AutoAdjust, MatchesDirectModelOnRandomLayouts) {
     const double clips[] = {0.0, 0.001, 0.01, 0.05, 0.3, 0.7};
     for (Kind kind : {Kind::Level, Kind::Contrast, Kind::Color, Kind::Equalize})
-        for (int trial = 0; trial < 48 && !HasFailure(); ++trial) {
-            const int c = std::array{1, 3, 4}[trial % 3];
-            const int w = trial < 6 ? 1 + trial % 2 : vtest::RandomInt(1, 37);
-            const int pad = vtest::RandomInt(0, w - 1), h = vtest::RandomInt(1, 19);
-            const auto src = trial % 2 ? vtest::RandomSmoothImage(w, h, c, pad) : vtest::RandomImage(w, h, c, pad);
-            const double clip = clips[trial % 6];
-            const bool gamma = trial % 4 < 2;
-            // Dest's padding marker differs from the source's: untreated bytes are checked too.
+        for (int trial = 0; trial < 50 && !HasFailure(); ++trial) {
+            // Two bytes per pixel are not written.
+            const bool dark = trial < 2;
+            const vtest::Image src =
+                dark ? DarkFifth(1 + 2 * trial) : vtest::SweepImage(trial, {1, 3, 4, 2}, 37, 19, 36);
+            const double clip = dark ? 0.3 : clips[trial % 6];
+            const bool gamma = dark || trial % 4 < 2;
+            const int w = src.width, h = src.height;
             EXPECT_TRUE(vtest::MatchesBothWays(
-                src, vtest::RandomImage(w, h, c, pad, 0x3C),
+                src, vtest::DestFor(src),
                 [&](const uint8_t* s, uint8_t* d) { RunKind(kind, s, d, w, h, src.stride, clip, gamma); },
                 [&](std::vector<uint8_t> d) {
                     Model(kind, {src.data(), w, h, src.stride}, d.data(), clip, gamma);
                     return d;
                 }))
-                << "kind " << int(kind) << " " << w << "x" << h << "x" << c << " pad " << pad << " clip " << clip;
+                << "kind " << int(kind) << " " << src << " clip " << clip << " gamma " << gamma;
         }
-}
-
-TEST(AutoAdjust, MeanBelowTheLowPointTakesTheSmallestGamma) {
-    // A fifth of the pixels black, the rest in 100..110: with a 30% clip the
-    // low point lies above the mean, so the logarithm's argument is negative.
-    for (int c : {1, 3}) {
-        auto img = vtest::RandomImage(20, 10, c, 1);
-        for (int y = 0; y < 10; ++y)
-            for (int x = 0; x < 20; ++x)
-                for (int k = 0; k < c; ++k) img.at(x, y, k) = x < 4 ? 0 : uint8_t(100 + (x + y + k) % 11);
-        for (Kind kind : {Kind::Level, Kind::Contrast, Kind::Color}) {
-            auto expected = img.bytes;
-            auto out = img;
-            Model(kind, {img.data(), 20, 10, img.stride}, expected.data(), 0.3, true);
-            RunKind(kind, img.data(), out.data(), 20, 10, img.stride, 0.3, true);
-            EXPECT_TRUE(vtest::BytesEqual(expected, out.bytes)) << c << " " << int(kind);
-        }
-    }
 }
 
 TEST(AutoAdjust, ConstantGreyAndZeroClipWithoutGammaAreIdentities) {
@@ -220,7 +213,7 @@ TEST(HistEqualize, GreyRunCountsRowPaddingButDividesByPixels) {
     for (size_t i = 0; i < img.bytes.size(); ++i) ASSERT_EQ(out.bytes[i], t[img.bytes[i]]) << i;
 }
 
-TEST(AutoAdjust, OtherLayouts) {
+TEST(AutoAdjust, FourBytePixelsWalkAsTriples) {
     // Four bytes per pixel: the applier walks them as 3-byte ones, rows
     // 3 * Width + Stride % Width = 48 bytes apart: the first 6 * 48 bytes form
     // one run of triples whose green and red bytes get the empty curves; the
@@ -232,13 +225,6 @@ TEST(AutoAdjust, OtherLayouts) {
         if (i >= 6 * 48 || i % 3) {
             EXPECT_EQ(out.bytes[i], i >= 6 * 48 ? 200 : 0) << i;
         }
-    // Two bytes per pixel are not written.
-    auto two = vtest::RandomImage(10, 4, 2);
-    for (Kind kind : {Kind::Level, Kind::Contrast, Kind::Color, Kind::Equalize}) {
-        vtest::Image dst(10, 4, 2, 0, 9);
-        RunKind(kind, two.data(), dst.data(), 10, 4, 20, 0.01, true);
-        EXPECT_TRUE(vtest::AllBytes(dst.bytes, 9)) << int(kind);
-    }
 }
 
 }  // namespace

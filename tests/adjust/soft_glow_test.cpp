@@ -24,19 +24,16 @@ std::vector<uint8_t> DirectExposal(const vtest::Image& src, std::vector<uint8_t>
 
 TEST(Exposal, MatchesDirectRuleOnRandomLayouts) {
     for (int trial = 0; trial < 40; ++trial) {
-        const int c = std::array{1, 3, 4}[trial % 3];
-        const int w = trial < 6 ? 1 + trial % 2 : vtest::RandomInt(1, 50), h = vtest::RandomInt(1, 9);
-        const int pad = vtest::RandomInt(0, w - 1);
-        const vtest::Image src = vtest::RandomImage(w, h, c, pad);
+        const vtest::Image src = vtest::SweepImage(trial, {1, 3, 4}, 50, 9, 49);
         EXPECT_TRUE(vtest::MatchesBothWays(
-            src, vtest::RandomImage(w, h, c, pad, 0x3C),
-            [&](const uint8_t* s, uint8_t* d) { Exposal(s, d, w, h, src.stride); },
+            src, vtest::DestFor(src),
+            [&](const uint8_t* s, uint8_t* d) { Exposal(s, d, src.width, src.height, src.stride); },
             [&](std::vector<uint8_t> d) { return DirectExposal(src, d); }))
-            << w << "x" << h << "x" << c;
+            << src;
     }
     // Two bytes per pixel are not written.
-    vtest::Image src(9, 3, 2, 0, 200), dst(9, 3, 2, 0, 1);
-    Exposal(src.data(), dst.data(), 9, 3, 18);
+    vtest::Image two(9, 3, 2, 0, 200), dst(9, 3, 2, 0, 1);
+    Exposal(two.data(), dst.data(), 9, 3, 18);
     EXPECT_TRUE(vtest::AllBytes(dst.bytes, 1));
 }
 
@@ -59,18 +56,16 @@ std::vector<uint8_t> DirectSoftGlow(const vtest::Image& src, std::vector<uint8_t
 
 TEST(SoftGlow, MatchesDirectScreenBlend) {
     for (int trial = 0; trial < 30; ++trial) {
-        const int c = trial % 5 == 4 ? 4 : 3;
-        const int w = trial < 4 ? 1 + trial % 2 : vtest::RandomInt(1, 60);
-        const int h = vtest::RandomInt(1, 25), pad = vtest::RandomInt(0, 7);
-        const auto src = trial % 2 ? vtest::RandomSmoothImage(w, h, c, pad) : vtest::RandomImage(w, h, c, pad);
+        const vtest::Image src = vtest::SweepImage(trial, {3, 3, 3, 3, 4}, 60, 25, 7);
         const int sigma = vtest::RandomInt(0, 12), bright = vtest::RandomInt(-60, 60);
         const int contrast = vtest::RandomInt(-80, 100);
         EXPECT_TRUE(vtest::MatchesBothWays(
-            src, vtest::RandomImage(w, h, c, pad, 0x3C),
-            [&](const uint8_t* s, uint8_t* d) { SoftGlow(s, d, w, h, src.stride, sigma, bright, contrast); },
+            src, vtest::DestFor(src),
+            [&](const uint8_t* s, uint8_t* d) {
+                SoftGlow(s, d, src.width, src.height, src.stride, sigma, bright, contrast);
+            },
             [&](std::vector<uint8_t> d) { return DirectSoftGlow(src, d, sigma, bright, contrast); }))
-            << w << "x" << h << "x" << c << " pad " << pad << " sigma " << sigma << " b " << bright << " c "
-            << contrast;
+            << src << " sigma " << sigma << " b " << bright << " c " << contrast;
     }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/test_util.h"
+#include "velomar.h"
 
 namespace vtest {
 
@@ -45,6 +46,11 @@ inline std::vector<int> Neighbourhood(const Image& src, int x, int y, int c, int
             v.push_back(src.bytes[Offset(src, MapEdge(x + dx, src.width, mode),
                                          MapEdge(y + dy, src.height, mode), walk, c)]);
     return v;
+}
+
+// An 8-bit Matrix record over an Image's bytes.
+inline Matrix MatrixOf(Image& img) {
+    return Matrix{img.width, img.height, img.stride, img.channels, DEPTH_8U, img.data(), 0};
 }
 
 // The x86 truncating conversion to 32 bits: NaN and values out of range give
