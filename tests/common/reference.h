@@ -48,6 +48,28 @@ inline std::vector<int> Neighbourhood(const Image& src, int x, int y, int c, int
     return v;
 }
 
+// For channel c of every pixel (pixels `walk` bytes apart), at the byte's
+// offset: the integer mean S / N of its (2r+1)^2 neighbourhood and the integer
+// variance sum (p - mean)^2 / N, in 64 bits; other entries stay 0.
+struct LocalStats {
+    std::vector<int64_t> mean, variance;
+};
+inline LocalStats DirectLocalStats(const Image& src, int r, int mode, int walk) {
+    LocalStats st{std::vector<int64_t>(src.bytes.size()), std::vector<int64_t>(src.bytes.size())};
+    const int64_t n = int64_t(2 * r + 1) * (2 * r + 1);
+    for (int y = 0; y < src.height; ++y)
+        for (int x = 0; x < src.width; ++x)
+            for (int c = 0; c < walk; ++c) {
+                const std::vector<int> vals = Neighbourhood(src, x, y, c, r, mode, walk);
+                int64_t s = 0, q = 0;
+                for (int v : vals) s += v;
+                for (int v : vals) q += (v - s / n) * (v - s / n);
+                st.mean[Offset(src, x, y, walk, c)] = s / n;
+                st.variance[Offset(src, x, y, walk, c)] = q / n;
+            }
+    return st;
+}
+
 // An 8-bit Matrix record over an Image's bytes.
 inline Matrix MatrixOf(Image& img) {
     return Matrix{img.width, img.height, img.stride, img.channels, DEPTH_8U, img.data(), 0};

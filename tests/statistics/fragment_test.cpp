@@ -47,34 +47,26 @@ std::vector<uint8_t> DirectFragment(const Image& src, int count, int distance, d
 
 TEST(Fragment, MatchesDirectSampling) {
     for (int trial = 0; trial < 80 && !HasFailure(); ++trial) {
-        const int c = trial % 3 == 0 ? 1 : (trial % 3 == 1 ? 3 : 4);
-        const int w = trial < 6 ? 1 + trial % 2 : vtest::RandomInt(1, 40);
-        const int h = vtest::RandomInt(1, 30);
-        const int count = vtest::RandomInt(1, 12);
-        const int distance = trial % 7 == 0 ? vtest::RandomInt(50, 300) : vtest::RandomInt(-15, 15);
+        Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 30, 3);
+        const int w = src.width, h = src.height, c = src.channels, count = vtest::RandomInt(1, 12);
+        const int distance =
+            trial % 10 == 3 ? 0 : trial % 7 == 0 ? vtest::RandomInt(50, 300) : vtest::RandomInt(-15, 15);
         const double angle = vtest::RandomInt(-720, 720) * 0.5;
-        int padding = vtest::RandomInt(0, 3);
-        if ((w * c + padding) / w != c) padding = 0;
-        Image src = vtest::RandomImage(w, h, c, padding);
         if (c == 4)  // some transparent pixels, some fully transparent areas
             for (int y = 0; y < h; ++y)
                 for (int x = 0; x < w; ++x)
                     if (vtest::RandomInt(0, 2) == 0 || x < w / 3) src.at(x, y, 3) = 0;
         EXPECT_TRUE(vtest::MatchesBothWays(
-            src, Image(w, h, c, padding, 0x6D),
+            src, Image(w, h, c, src.stride - w * c, 0x6D),
             [&](const uint8_t* s, uint8_t* d) { Fragment(s, d, w, h, src.stride, count, distance, angle); },
             [&](std::vector<uint8_t> d) { return DirectFragment(src, count, distance, angle, d); }))
-            << w << "x" << h << " c" << c << " n" << count << " d" << distance << " a" << angle;
+            << src << " n" << count << " d" << distance << " a" << angle;
     }
 }
 
-TEST(Fragment, DistanceZeroAndStraightDown) {
-    Image src = vtest::RandomImage(10, 7, 3, 2);
-    Image dst(10, 7, 3, 2, 0);
-    Fragment(src.data(), dst.data(), 10, 7, src.stride, 5, 0, 33.0);
-    for (int y = 0; y < 7; ++y)
-        for (int k = 0; k < 30; ++k) EXPECT_EQ(src.at(0, y, k), dst.at(0, y, k));
+TEST(Fragment, StraightDown) {
     // Angle 90, one copy: each pixel takes the one Distance rows below, mirrored.
+    Image src = vtest::RandomImage(10, 7, 3, 2), dst(10, 7, 3, 2, 0);
     Fragment(src.data(), dst.data(), 10, 7, src.stride, 1, 2, 90.0);
     for (int y = 0; y < 7; ++y)
         for (int k = 0; k < 30; ++k) EXPECT_EQ(src.at(0, Reflect(y + 2, 7), k), dst.at(0, y, k));
