@@ -57,20 +57,15 @@ TEST(ReduceNoise, LargestRadiusOnAFlatImage) {
     EXPECT_TRUE(vtest::AllBytes(out.bytes, 78));
 }
 
-TEST(ReduceNoise, IdentityToneCurveAndRejectedCalls) {
+TEST(ReduceNoise, AmountZeroIsTheIdentityAndBadRadiiWriteNothing) {
     const Image src = vtest::RandomImage(31, 7, 3, 1);
     Image dest = vtest::RandomImage(31, 7, 3, 1);
     velomar::ReduceNoise(src.data(), dest.data(), 31, 7, src.stride, 3, 0);
     EXPECT_EQ(src.bytes, dest.bytes);  // both paddings carry the same marker
-    // Radius 0 is a tone curve: equal values give equal results.
-    velomar::ReduceNoise(src.data(), dest.data(), 31, 7, src.stride, 0, 80);
-    for (int y = 0; y < 7; ++y)
-        for (int x = 0; x < 31; ++x)
-            for (int k = 0; k < 3; ++k) ASSERT_EQ(dest.at(x, y, k), Step(src.at(x, y, k), 1, 1, 80));
-    const auto before = dest.bytes;
-    velomar::ReduceNoise(src.data(), dest.data(), 31, 7, src.stride, -1, 50);
-    velomar::ReduceNoise(src.data(), dest.data(), 31, 7, src.stride, 128, 50);
-    EXPECT_EQ(before, dest.bytes);
+    EXPECT_TRUE(vtest::WritesNothing(dest, {
+        [&](uint8_t* d) { velomar::ReduceNoise(src.data(), d, 31, 7, src.stride, -1, 50); },
+        [&](uint8_t* d) { velomar::ReduceNoise(src.data(), d, 31, 7, src.stride, 128, 50); },
+    }));
 }
 
 }  // namespace
