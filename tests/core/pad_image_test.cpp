@@ -2,7 +2,6 @@
 // a direct per-pixel construction.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <tuple>
 #include <vector>
 
@@ -47,13 +46,16 @@ Matrix* MakeRandom(int w, int h, int c) {
 
 TEST(GetPadImage, MatchesDirectConstruction) {
     for (int trial = 0; trial < 60; ++trial) {
+        // The first case pads nothing: a copy of the image.
         const int w = vtest::RandomInt(1, 9), h = vtest::RandomInt(1, 9), c = vtest::RandomInt(1, 4);
-        const int l = vtest::RandomInt(0, 12), r = vtest::RandomInt(0, 12), t = vtest::RandomInt(0, 12);
-        const int b = vtest::RandomInt(0, 12), mode = trial % 2;
+        const int l = trial ? vtest::RandomInt(0, 12) : 0, r = trial ? vtest::RandomInt(0, 12) : 0;
+        const int t = trial ? vtest::RandomInt(0, 12) : 0, b = trial ? vtest::RandomInt(0, 12) : 0;
+        const int mode = trial % 2;
         Matrix *src = MakeRandom(w, h, c), *out = nullptr;
         const std::vector<uint8_t> before(src->Data, src->Data + src->WidthStep * h);
         ASSERT_EQ(GetPadImage(src, &out, l, r, t, b, mode), STATUS_OK);
-        ASSERT_EQ(std::make_tuple(out->Width, out->Height, out->Channel), std::make_tuple(l + w + r, t + h + b, c));
+        ASSERT_EQ(std::make_tuple(out->Width, out->Height, out->Channel, out->WidthStep),
+                  std::make_tuple(l + w + r, t + h + b, c, ((l + w + r) * c + 3) / 4 * 4));
         for (int y = 0; y < out->Height; ++y)
             for (int x = 0; x < out->Width; ++x)
                 for (int k = 0; k < c; ++k) {
@@ -65,16 +67,6 @@ TEST(GetPadImage, MatchesDirectConstruction) {
         VL_FreeMatrix(&out);
         VL_FreeMatrix(&src);
     }
-}
-
-TEST(GetPadImage, ZeroPadsCopyTheImage) {
-    Matrix *src = MakeRandom(5, 3, 3), *out = nullptr;
-    ASSERT_EQ(GetPadImage(src, &out, 0, 0, 0, 0, EDGE_REFLECT), STATUS_OK);
-    EXPECT_EQ(out->WidthStep, src->WidthStep);
-    for (int y = 0; y < 3; ++y)
-        EXPECT_EQ(0, std::memcmp(out->Data + y * out->WidthStep, src->Data + y * src->WidthStep, 15));
-    VL_FreeMatrix(&out);
-    VL_FreeMatrix(&src);
 }
 
 TEST(GetPadImage, RejectsBadArguments) {
