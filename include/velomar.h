@@ -236,12 +236,41 @@ VL_API void VL_CALL GuidedFilter(const unsigned char* Src, const unsigned char* 
                                  unsigned char* Dest, int32_t Width, int32_t Height,
                                  int32_t Stride, int32_t Radius, double Epsilon);
 
+/* Bi-exponential edge-preserving smoothing: a forward and a backward
+ * recursion along every line (reach grows with Lambda, edges above about
+ * SigmaRange grey levels stop it), the mean of the rows-first and the
+ * columns-first orders. Grey or three bytes per pixel; other layouts are left
+ * alone. Lambda 0 returns the image unchanged. */
+VL_API void VL_CALL BiExponentialEPF(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                     int32_t Height, int32_t Stride, double Lambda,
+                                     double SigmaRange);
+
 /* Lee's local-statistics filter for additive noise; NoiseVariance 0 estimates
  * it from the image. On grey buffers the local mean is read from Dest as it is
  * on entry (fill Dest with the local mean first for the textbook result). */
 VL_API void VL_CALL LeeAdditvieNoiseFilter(const unsigned char* Src, unsigned char* Dest,
                                            int32_t Width, int32_t Height, int32_t Stride,
                                            int32_t Radius, int32_t NoiseVariance);
+
+/* Recursive domain-transform smoothing of Src along the edges of Guide (may
+ * be Src): SigmaS spatial scale in pixels, SigmaR range scale in grey levels,
+ * Iterations row-and-column pass pairs with shrinking scale (0 or less: the
+ * image re-quantised through floats). Grey, else three bytes per pixel. */
+VL_API void VL_CALL RecursiveDomainTransformFilter(const unsigned char* Src,
+                                                   const unsigned char* Guide, unsigned char* Dest,
+                                                   int32_t Width, int32_t Height, int32_t Stride,
+                                                   double SigmaS, double SigmaR,
+                                                   int32_t Iterations);
+
+/* Speckle-reducing anisotropic diffusion, Iterations steps of Lambda / 4 times
+ * the divergence, the speckle scale taken from the flattest 64 x 64 block (an
+ * image narrower or shorter than 64 pixels uses the whole image). Three bytes
+ * per pixel filter each channel; every other layout filters the first Width
+ * bytes of each row. */
+VL_API void VL_CALL SpeckleReducingAnisotropicDiffusion(const unsigned char* Src,
+                                                        unsigned char* Dest, int32_t Width,
+                                                        int32_t Height, int32_t Stride,
+                                                        int32_t Iterations, double Lambda);
 
 /* Adaptive Wiener filter; Noise 0 estimates the noise variance per channel. */
 VL_API void VL_CALL Wiener2(const unsigned char* Src, unsigned char* Dest, int32_t Width,

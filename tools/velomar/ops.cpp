@@ -213,6 +213,21 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              GuidedFilter(s, s, d, w, h, st, int(v[0]), v[1]);
          })},
+        {"BiExponentialEPF", "bi-exponential edge-preserving smoothing", kAnyLayout,
+         {{"Lambda", kDouble, 50, "reach of the recursion (0 passes the image through)"},
+          {"SigmaRange", kDouble, 20, "range deviation in grey levels"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) { BiExponentialEPF(s, d, w, h, st, v[0], v[1]); })},
+        {"RecursiveDomainTransformFilter", "domain-transform smoothing guided by the image itself", kAnyLayout,
+         {{"SigmaS", kDouble, 20, "spatial scale in pixels"}, {"SigmaR", kDouble, 30, "range scale in grey levels"},
+          {"Iterations", kInt, 3, "pass pairs"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             RecursiveDomainTransformFilter(s, s, d, w, h, st, v[0], v[1], int(v[2]));
+         })},
+        {"SpeckleReducingAnisotropicDiffusion", "speckle-reducing anisotropic diffusion", kAnyLayout,
+         {{"Iterations", kInt, 20, "diffusion steps"}, {"Lambda", kDouble, 0.5, "time step"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             SpeckleReducingAnisotropicDiffusion(s, d, w, h, st, int(v[0]), v[1]);
+         })},
         {"LeeAdditvieNoiseFilter", "Lee filter for additive noise (grey: Dest primed with the box mean)",
          kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}, {"NoiseVariance", kInt, 0, "0 estimates it"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
