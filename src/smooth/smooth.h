@@ -27,6 +27,10 @@ struct HomogeneousBlock {
     int32_t X0, X1, Y0, Y1;
 };
 HomogeneousBlock FindHomogeneousBlock(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride);
+// Iterations diffusion steps of the plane J (Width x Height doubles, rows
+// Width apart), the speckle scale measured on Block.
+void DiffuseSpeckle(double* J, int32_t Width, int32_t Height, const HomogeneousBlock& Block, int32_t Iterations,
+                    double Lambda);
 
 // Internal forms of the exports (same arguments, same results).
 void BilateralFilter(const uint8_t* Src, const uint8_t* Guide, uint8_t* Dest, int32_t Width,

@@ -41,18 +41,10 @@ HomogeneousBlock FindHomogeneousBlock(const uint8_t* Src, int32_t Width, int32_t
     return {64 * bestX, 64 * bestX + 64, 64 * bestY, 64 * bestY + 64};
 }
 
-namespace {
-
-// One plane (the first Width bytes of each row of Src) diffused into Dest.
-void DiffusePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
-                  int32_t Iterations, double Lambda) {
+void DiffuseSpeckle(double* j, int32_t Width, int32_t Height, const HomogeneousBlock& b, int32_t Iterations,
+                    double Lambda) {
     const size_t w = size_t(Width), h = size_t(Height), n = w * h, pw = w + 2;
-    double table[256];
-    for (int i = 0; i < 256; ++i) table[i] = std::exp(i / 255.0);
-    Buffer<double> j(n), padded(pw * (h + 2)), dn(n), ds(n), dw(n), de(n), k((w + 1) * (h + 1));
-    for (size_t y = 0; y < h; ++y)
-        for (size_t x = 0; x < w; ++x) j[y * w + x] = table[Src[y * size_t(Stride) + x]];
-    const HomogeneousBlock b = FindHomogeneousBlock(Src, Width, Height, Stride);
+    Buffer<double> padded(pw * (h + 2)), dn(n), ds(n), dw(n), de(n), k((w + 1) * (h + 1));
     const double count = double(b.X1 - b.X0) * double(b.Y1 - b.Y0);
     const double step = 0.25 * Lambda;
     const size_t kw = w + 1;  // k has one extra column and row replicating the edge
@@ -68,7 +60,7 @@ void DiffusePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heig
         const double q0 = (squares / count - m * m) / (m * m);
         for (size_t y = 0; y < h; ++y) {
             double* row = padded.data() + (y + 1) * pw;
-            std::copy_n(j.data() + y * w, w, row + 1);
+            std::copy_n(j + y * w, w, row + 1);
             row[0] = row[1];
             row[w + 1] = row[w];
         }
@@ -102,6 +94,20 @@ void DiffusePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heig
                 j[i] = j[i] + step * d;
             }
     }
+}
+
+namespace {
+
+// One plane (the first Width bytes of each row of Src) diffused into Dest.
+void DiffusePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                  int32_t Iterations, double Lambda) {
+    const size_t w = size_t(Width), h = size_t(Height);
+    double table[256];
+    for (int i = 0; i < 256; ++i) table[i] = std::exp(i / 255.0);
+    Buffer<double> j(w * h);
+    for (size_t y = 0; y < h; ++y)
+        for (size_t x = 0; x < w; ++x) j[y * w + x] = table[Src[y * size_t(Stride) + x]];
+    DiffuseSpeckle(j.data(), Width, Height, FindHomogeneousBlock(Src, Width, Height, Stride), Iterations, Lambda);
     for (size_t y = 0; y < h; ++y)
         for (size_t x = 0; x < w; ++x)
             Dest[y * size_t(Stride) + x] = TruncClampByte(std::log(j[y * w + x]) * 255.0 + 0.5);
