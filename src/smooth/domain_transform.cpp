@@ -61,6 +61,15 @@ void Weights(const float* d, size_t n, const FastPower& power, float* w) {
     for (; i < n; ++i) w[i] = power(d[i]);
 }
 
+// Causal then anti-causal sweep of one row of C channel planes.
+template <int C>
+void Sweep(float* const* p, const float* w, int32_t width) {
+    for (int32_t x = 1; x < width; ++x)
+        for (int c = 0; c < C; ++c) p[c][x] = p[c][x] + w[x] * (p[c][x - 1] - p[c][x]);
+    for (int32_t x = width - 2; x >= 0; --x)
+        for (int c = 0; c < C; ++c) p[c][x] = p[c][x] + w[x + 1] * (p[c][x + 1] - p[c][x]);
+}
+
 struct Planes {
     int32_t width, height, channels;
     size_t n;                 // values per plane
@@ -101,12 +110,16 @@ struct Planes {
     // Causal then anti-causal sweep along every row, the channels side by side.
     void Horizontal(const FastPower& power) {
         Weights(dx.data(), n, power, w.data());
+        // The channels' recursions are independent: running them side by
+        // side overlaps their latencies.
         for (int32_t y = 0; y < height; ++y) {
             const float* wr = w.data() + size_t(y) * width;
-            for (int32_t c = 0; c < channels; ++c) {
-                float* p = j.data() + size_t(c) * n + size_t(y) * width;
-                for (int32_t x = 1; x < width; ++x) p[x] = p[x] + wr[x] * (p[x - 1] - p[x]);
-                for (int32_t x = width - 2; x >= 0; --x) p[x] = p[x] + wr[x + 1] * (p[x + 1] - p[x]);
+            float* p[3];
+            for (int32_t c = 0; c < channels; ++c) p[c] = j.data() + size_t(c) * n + size_t(y) * width;
+            if (channels == 1) {
+                Sweep<1>(p, wr, width);
+            } else {
+                Sweep<3>(p, wr, width);
             }
         }
     }
