@@ -117,10 +117,7 @@ void ShowCoefficients(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t 
     SpectrumLayout layout;
     if (!MakeSpectrumLayout(Src, Dest, Width, Height, Stride, layout)) return;
     Buffer<float> planes[3];
-    for (int32_t c = 0; c < layout.channels; ++c) {
-        planes[c].Reset(layout.planeSize, true);  // padding cells are zero
-        LoadSpectrumPlane(layout, Src, c, planes[c].data());
-    }
+    LoadSpectrumPlanes(layout, Src, planes);
     for (int32_t c = 0; c < layout.channels; ++c) {
         float* plane = planes[c].data();
         transform(layout.paddedWidth, layout.paddedHeight, plane);

@@ -398,12 +398,15 @@ bool MakeSpectrumLayout(const void* Src, const void* Dest, int32_t Width, int32_
     return true;
 }
 
-void LoadSpectrumPlane(const SpectrumLayout& layout, const uint8_t* Src, int32_t c, float* Plane) {
+void LoadSpectrumPlanes(const SpectrumLayout& layout, const uint8_t* Src, Buffer<float>* Planes) {
     const int32_t walk = layout.channels;
-    for (int32_t y = 0; y < layout.height; ++y) {
-        const uint8_t* s = Src + size_t(y) * size_t(layout.stride) + c;
-        float* p = Plane + size_t(y) * size_t(layout.paddedWidth);
-        for (int32_t x = 0; x < layout.width; ++x) p[x] = float(s[size_t(x) * walk]);
+    for (int32_t c = 0; c < layout.channels; ++c) {
+        Planes[c].Reset(layout.planeSize, true);
+        for (int32_t y = 0; y < layout.height; ++y) {
+            const uint8_t* s = Src + size_t(y) * size_t(layout.stride) + c;
+            float* p = Planes[c].data() + size_t(y) * size_t(layout.paddedWidth);
+            for (int32_t x = 0; x < layout.width; ++x) p[x] = float(s[size_t(x) * walk]);
+        }
     }
 }
 
@@ -414,10 +417,7 @@ void ShowFFT(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, i
     // The padding cells of the planes, and the whole real plane when it is not
     // a copy of the pixels, start as zeros.
     Buffer<float> pixels[3];
-    for (int32_t c = 0; c < layout.channels; ++c) {
-        pixels[c].Reset(layout.planeSize, true);
-        LoadSpectrumPlane(layout, Src, c, pixels[c].data());
-    }
+    LoadSpectrumPlanes(layout, Src, pixels);
     // Every source byte is in the planes now; Dest may be Src.
     Buffer<float> real(layout.planeSize);
     const float gain = static_cast<uint8_t>(Direction) == 0 ? 0.003921569f : 255.0f;

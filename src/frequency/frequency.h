@@ -134,8 +134,10 @@ struct SpectrumLayout {
 // to address.
 bool MakeSpectrumLayout(const void* Src, const void* Dest, int32_t Width, int32_t Height,
                         int32_t Stride, SpectrumLayout& layout);
-// Channel `c` of the source into a zero-filled plane.
-void LoadSpectrumPlane(const SpectrumLayout& layout, const uint8_t* Src, int32_t c, float* Plane);
+// Every channel of the source into its own plane (Planes[0 .. channels - 1]),
+// the cells outside the image zero. The whole source is read here, before
+// anything is written: Src may be Dest.
+void LoadSpectrumPlanes(const SpectrumLayout& layout, const uint8_t* Src, Buffer<float>* Planes);
 // Writes channel `c` of every pixel of Dest as value(k), k the plane index of
 // the pixel in the output area.
 template <class Value>
