@@ -347,6 +347,97 @@ VL_API void VL_CALL MSRCRGIMP(const unsigned char* Src, unsigned char* Dest, int
 VL_API void VL_CALL MSRHSV(const unsigned char* Src, unsigned char* Dest, int32_t Width, int32_t Height,
                            int32_t Stride, double Sigma, int32_t NScales, double Dynamic);
 
+/* Haze removal: the haze model I = J t + A (1 - t) inverted per pixel with
+ * a transmission t (floored at 25/255) and an atmospheric light A. Pixels
+ * are read as three bytes (blue, green, red); rows that cannot hold them
+ * are left alone. Row padding is not written; Src may equal Dest.
+ *
+ * Dark channel prior: transmission from the minimum-filtered dark channel
+ * (radius 1 % of the longer side, 5..30), bright flat regions found by a
+ * deterministic four-level brightness segmentation treated as sky, refined
+ * by a guided filter (six times the radius), and a closing gamma of 0.9.
+ * Scale below 1 estimates the transmission on an image resized by Scale
+ * (faster) and enlarges the map bilinearly; a Scale that leaves no pixel
+ * writes nothing. */
+VL_API void VL_CALL HazeRemovalBasedOnDarkChannelPrior(const unsigned char* Src, unsigned char* Dest,
+                                                       int32_t Width, int32_t Height, int32_t Stride,
+                                                       double Scale);
+/* Fast variant: the veil is the dark channel's box mean (Radius, mirrored
+ * borders) scaled by Strength times the image's mean darkness, at most
+ * 0.9. Strength 0 returns the image unchanged. A negative Radius writes
+ * nothing. */
+VL_API void VL_CALL HazeRemovalBasedOnBoxBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                              int32_t Height, int32_t Stride, int32_t Radius, double Strength);
+/* Contrast-driven dehazing: the atmospheric light as for the dark channel
+ * prior; in every BlockSize x BlockSize block the transmission among 0.10,
+ * 0.15, .., 1.00 that maximises the variance of the recovered values minus
+ * LossWeight times the mean squared amount by which they leave 0..255 (0
+ * ignores clipping; larger values tolerate less of it); the block map is
+ * refined by a guided filter of radius Radius. Suggested: BlockSize 32,
+ * LossWeight 5, Radius 40. BlockSize below 1, a negative Radius or a
+ * negative or NaN LossWeight write nothing. Deterministic. */
+VL_API void VL_CALL HazeRemovalBasedonContrastEnhancement(const unsigned char* Src, unsigned char* Dest,
+                                                          int32_t Width, int32_t Height, int32_t Stride,
+                                                          int32_t BlockSize, double LossWeight, int32_t Radius);
+
+/* High dynamic range. Exposure blending: each byte s of Src is blended with
+ * the byte of ForHighlights (s above 127) or ForShadows (else) at the same
+ * place, Src weighted by exp(-4 (b - 127.5)^2 / 127.5^2) with b the byte of
+ * Src's self-guided filter (Radius, regularisation 0.01). Grey pixels blend
+ * one byte, other layouts three. Tone mapping (HdrBasedOnGuiderFilter): the
+ * log base layer of the intensity (40 G + 21 B) / 61 is compressed to a 5:1
+ * contrast with its top at full intensity, the detail layer kept; pixels
+ * are read as three bytes (grey images are left alone). A uniform image is
+ * not compressed, and a pixel without blue and green keeps its values.
+ * Negative radii write nothing; Src may equal Dest. */
+VL_API void VL_CALL HdrBasedOnExposureBlending(const unsigned char* Src, const unsigned char* ForShadows,
+                                               const unsigned char* ForHighlights, unsigned char* Dest,
+                                               int32_t Width, int32_t Height, int32_t Stride, int32_t Radius);
+VL_API void VL_CALL HdrBasedOnGuiderFilter(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                           int32_t Height, int32_t Stride, int32_t Radius);
+
+/* Contrast enhancement, every byte of the buffer (row padding included)
+ * moved away from a local estimate by Amount percent of its difference.
+ * Lee: from the box mean (Radius, replicated borders) stretched from
+ * InputLow..InputHigh onto 0..255 (127 everywhere when InputHigh <=
+ * InputLow); an in-place call uses the range 0..255 whatever is passed.
+ * Detail: from the self-guided filter (Radius, regularisation 0.01).
+ * Src may equal Dest. */
+VL_API void VL_CALL LeeContrastEnhancement(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                           int32_t Height, int32_t Stride, int32_t Radius, int32_t Amount,
+                                           int32_t InputLow, int32_t InputHigh);
+VL_API void VL_CALL DetailEnhanceByEdgePreseveingFilter(const unsigned char* Src, unsigned char* Dest,
+                                                        int32_t Width, int32_t Height, int32_t Stride,
+                                                        int32_t Radius, int32_t Amount);
+/* Local standard deviation: each value is moved from its local mean (box of
+ * Radius, mirrored borders) with a gain of Amount percent of the channel's
+ * global deviation over the local one, at most MaxGain. Three-byte pixels use
+ * the local means of their own bytes; grey pixels use the bytes Dest holds
+ * on entry as their means (an in-place call therefore returns the image
+ * unchanged). Grey or three bytes per pixel; other layouts write nothing. */
+VL_API void VL_CALL LSDContrastEnhancement(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                           int32_t Height, int32_t Stride, int32_t Radius, int32_t Amount,
+                                           int32_t MaxGain);
+/* Gamma curve from the image's histogram weighted by the exponent Alpha:
+ * value i becomes 255 (i / 255)^(1 - weighted cdf(i)). Grey images get one
+ * curve; colour images one per channel, or with UseHsv non-zero one for the
+ * HSV value with hue and saturation kept. An image with a flat histogram
+ * becomes its first byte. */
+VL_API void VL_CALL AdaptiveGammaCorrection(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                            int32_t Height, int32_t Stride, double Alpha, unsigned char UseHsv);
+
+/* Skin smoothing: the image smoothed by FilterType (0 bi-exponential, 1
+ * guided, 2 bilateral, 3 domain transform, 4 Lee; other values do not
+ * smooth) with a strength Level 0..10, lifted by a tone curve (ToneMode 0
+ * logarithmic with ToneAmount + 2 as its base, 1 parabolic in the
+ * mid-tones by ToneAmount; other modes no lift), blended into Src under a
+ * soft mask of skin-coloured pixels and, for Level above 0, lightly
+ * sharpened. Level outside 0..10 writes nothing. Grey or three bytes per
+ * pixel; other layouts write nothing. Src may equal Dest. */
+VL_API void VL_CALL DermabrasionFilter(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                       int32_t Height, int32_t Stride, int32_t FilterType, int32_t ToneMode,
+                                       int32_t Level, int32_t ToneAmount);
+
 /* ---- Frequency domain --------------------------------------------------- */
 
 /* Spectrum pictures. Each channel (grey, or the first three bytes of a pixel

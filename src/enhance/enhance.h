@@ -67,4 +67,73 @@ void MSRCRGIMP(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
 void MSRHSV(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride, double Sigma,
             int32_t NScales, double Dynamic);
 
+// ---- haze removal --------------------------------------------------------------
+
+// Pixels are read as three bytes (blue, green, red); rows that cannot hold
+// them are left alone. Transmission and mask maps hold one byte per pixel,
+// rows Width apart.
+
+// Resamples grey or three-byte pixels (bytes per pixel SrcStride / SrcWidth):
+// Mode 0 nearest neighbour in 16.16 steps (a row that maps to the source row
+// of the row before is copied from it), Mode 1 bilinear with 8-bit weights,
+// centre-aligned, over a replicated one-pixel border. Other modes and layouts
+// write nothing.
+void Resize(int32_t Mode, const uint8_t* Src, int32_t SrcWidth, int32_t SrcHeight, int32_t SrcStride,
+            uint8_t* Dest, int32_t DestWidth, int32_t DestHeight, int32_t DestStride);
+// Segmentation of the image into four brightness levels: the luminance
+// histogram is clustered (levels start at its quantiles and move to the
+// rounded means of the values nearest to them, in integers, until none
+// moves) and every pixel gets the value of its level. Bright uniform regions
+// come out large and flat. No randomness: the same image gives the same map
+// on every platform.
+void SegmentBrightRegions(const uint8_t* Src, uint8_t* Map, int32_t Width, int32_t Height, int32_t Stride);
+// 255 where the segmentation map is flat (no edge above 19 after inversion)
+// and the pixel is not dominated by green (B + G + R > 2.5 G), else 0.
+void DetectSkyMask(const uint8_t* Src, uint8_t* Mask, int32_t Width, int32_t Height, int32_t Stride);
+// Transmission map T (bytes, t x 255) and atmospheric light from the
+// minimum-filtered dark channel, sky pixels taken as dark value 96, refined
+// by the guided filter with the pixel sums as guide.
+void EstimateTransmission(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride, int32_t Radius,
+                          int32_t GuidedRadius, uint8_t* T, int32_t& AB, int32_t& AG, int32_t& AR, double Omega,
+                          double Eps);
+void HazeRemovalBasedOnDarkChannelPrior(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                                        int32_t Stride, double Scale);
+void HazeRemovalBasedOnBoxBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                               int32_t Radius, double Strength);
+void HazeRemovalBasedonContrastEnhancement(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                                           int32_t Stride, int32_t BlockSize, double LossWeight, int32_t Radius);
+
+// ---- high dynamic range ----------------------------------------------------------
+
+// Tone mapping of Width x Height three-channel double pixels (0..1, rows
+// 3 Width apart): the log base layer of a self-guided filter of the intensity
+// (40 G + 21 B) / 61 is compressed to a 5:1 contrast with its top at full
+// intensity, the detail layer kept. A constant base layer is not compressed
+// (the detail alone remains); a pixel of intensity 0 keeps its values. Out
+// may be In.
+void ToneMapByGuidedFilter(const double* In, double* Out, int32_t Width, int32_t Height, int32_t Radius);
+void HdrBasedOnExposureBlending(const uint8_t* Src, const uint8_t* ForShadows, const uint8_t* ForHighlights,
+                                uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride, int32_t Radius);
+void HdrBasedOnGuiderFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                            int32_t Radius);
+
+// ---- contrast enhancement ----------------------------------------------------------
+
+void LeeContrastEnhancement(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                            int32_t Radius, int32_t Amount, int32_t InputLow, int32_t InputHigh);
+void DetailEnhanceByEdgePreseveingFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                                         int32_t Stride, int32_t Radius, int32_t Amount);
+void LSDContrastEnhancement(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                            int32_t Radius, int32_t Amount, int32_t MaxGain);
+void AdaptiveGammaCorrection(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                             double Alpha, uint8_t UseHsv);
+
+// ---- skin smoothing ----------------------------------------------------------------
+
+// The tone lift: ToneMode 0 logarithmic, 1 parabolic in the mid-tones, any
+// other mode the identity.
+void DermabrasionToneTable(int32_t ToneMode, int32_t ToneAmount, uint8_t* Table);
+void DermabrasionFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                        int32_t FilterType, int32_t ToneMode, int32_t Level, int32_t ToneAmount);
+
 }  // namespace velomar

@@ -297,6 +297,67 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              MSRHSV(s, d, w, h, st, v[0], int(v[1]), v[2]);
          })},
+        {"HazeRemovalBasedOnDarkChannelPrior", "dark channel prior dehazing with sky detection", kColour,
+         {{"Scale", kDouble, 0.5, "working resolution of the transmission (1 = full size)"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             HazeRemovalBasedOnDarkChannelPrior(s, d, w, h, st, v[0]);
+         })},
+        {"HazeRemovalBasedOnBoxBlur", "fast dehazing with a box-blurred dark channel", kColour,
+         {{"Radius", kInt, 20, "half-size of the veil's box"}, {"Strength", kDouble, 1.5, "veil strength"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             HazeRemovalBasedOnBoxBlur(s, d, w, h, st, int(v[0]), v[1]);
+         })},
+        {"HazeRemovalBasedonContrastEnhancement", "dehazing by block-wise contrast maximisation", kColour,
+         {{"BlockSize", kInt, 32, "side of the transmission blocks"},
+          {"LossWeight", kDouble, 5, "penalty on values pushed out of 0..255"},
+          {"Radius", kInt, 40, "guided refinement radius"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             HazeRemovalBasedonContrastEnhancement(s, d, w, h, st, int(v[0]), v[1], int(v[2]));
+         })},
+        {"HdrBasedOnExposureBlending", "blends gamma-brightened and -darkened copies by exposure", kAnyLayout,
+         {{"Radius", kInt, 8, "guided smoothing radius"},
+          {"ShadowGamma", kDouble, 0.5, "gamma of the copy used in the shadows"},
+          {"HighlightGamma", kDouble, 1.6, "gamma of the copy used in the highlights"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             std::vector<uint8_t> shadows(size_t(h) * st), highlights(shadows.size());
+             GammaCorrection(s, shadows.data(), w, h, st, v[1]);
+             GammaCorrection(s, highlights.data(), w, h, st, v[2]);
+             HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, w, h, st, int(v[0]));
+         })},
+        {"HdrBasedOnGuiderFilter", "compresses the log base layer of a guided filter", kColour,
+         {{"Radius", kInt, 16, "guided filter radius"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             HdrBasedOnGuiderFilter(s, d, w, h, st, int(v[0]));
+         })},
+        {"LeeContrastEnhancement", "amplifies the difference from the stretched box mean", kAnyLayout,
+         {{"Radius", kInt, 10, "half-size of the box"}, {"Amount", kInt, 200, "percent of the difference"},
+          {"InputLow", kInt, 0, "mean stretched from here"}, {"InputHigh", kInt, 255, "... to here"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             LeeContrastEnhancement(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]), int(v[3]));
+         })},
+        {"DetailEnhanceByEdgePreseveingFilter", "amplifies the detail over a guided-filter base", kAnyLayout,
+         {{"Radius", kInt, 8, "guided filter radius"}, {"Amount", kInt, 300, "percent of the detail"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             DetailEnhanceByEdgePreseveingFilter(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        {"LSDContrastEnhancement", "gain set by the local standard deviation", kAnyLayout,
+         {{"Radius", kInt, 10, "half-size of the box"}, {"Amount", kInt, 100, "percent of the global deviation"},
+          {"MaxGain", kInt, 3, "largest gain"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             LSDContrastEnhancement(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]));
+         })},
+        {"AdaptiveGammaCorrection", "gamma curve from the weighted histogram", kAnyLayout,
+         {{"Alpha", kDouble, 0.5, "weighting exponent"}, {"UseHsv", kByte, 1, "1: on the HSV value"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             AdaptiveGammaCorrection(s, d, w, h, st, v[0], uint8_t(v[1]));
+         })},
+        {"DermabrasionFilter", "skin smoothing", kAnyLayout,
+         {{"FilterType", kInt, 1, "0 bi-exponential, 1 guided, 2 bilateral, 3 domain transform, 4 Lee"},
+          {"ToneMode", kInt, 0, "0 logarithmic, 1 parabolic lift"}, {"Level", kInt, 5, "strength 0..10"},
+          {"ToneAmount", kInt, 3, "strength of the lift"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             DermabrasionFilter(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]), int(v[3]));
+         })},
         // ---- Frequency domain
         {"ShowFFT", "amplitude spectrum, zero frequency at the centre", kAnyLayout,
          {{"CopyToReal", kByte, 1, "1: pixels in the real part too"},
