@@ -117,4 +117,20 @@ template <class Run, class Direct>
     return ::testing::AssertionSuccess();
 }
 
+// MatchesBothWays over a Dest from DestFor(src), the filter called as
+// filter(Src, Dest, Width, Height, Stride); a failure names the layout.
+template <class Filter, class Direct>
+::testing::AssertionResult FilterMatches(const Image& src, Filter filter, Direct direct) {
+    auto r = MatchesBothWays(
+        src, DestFor(src), [&](const uint8_t* s, uint8_t* d) { filter(s, d, src.width, src.height, src.stride); },
+        direct);
+    return r ? r : r << " on " << src;
+}
+
+// The same layout with every pixel byte set to `value`, padding kept.
+inline Image Flat(Image img, uint8_t value) {
+    for (int y = 0; y < img.height; ++y) std::fill_n(&img.at(0, y), img.width * img.channels, value);
+    return img;
+}
+
 }  // namespace vtest
