@@ -80,6 +80,10 @@ void MSRHSV(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, in
 // write nothing.
 void Resize(int32_t Mode, const uint8_t* Src, int32_t SrcWidth, int32_t SrcHeight, int32_t SrcStride,
             uint8_t* Dest, int32_t DestWidth, int32_t DestHeight, int32_t DestStride);
+// Three tables of 256 x 256 bytes, one per channel k: value v with
+// transmission byte t recovers to clamp((v - A_k) 255 / max(t, 25) + A_k),
+// truncating; the floor of 25 keeps thin transmissions from blowing up.
+void BuildRecoveryTables(const int32_t A[3], uint8_t* Tables);
 // Segmentation of the image into four brightness levels: the luminance
 // histogram is clustered (levels start at its quantiles and move to the
 // rounded means of the values nearest to them, in integers, until none

@@ -46,15 +46,6 @@ inline uint8_t Bilinear(int32_t TL, int32_t TR, int32_t BL, int32_t BR, int32_t 
 // 16.16 step of an axis resized from n to m, with one unit added.
 inline int64_t ResizeStep(int32_t n, int32_t m) { return (int64_t(n) << 16) / m + 1; }
 
-// Per channel k, the table maps value v and transmission byte t to
-// clamp((v - A_k) * 255 / max(t, 25) + A_k): a transmission floor of 25/255.
-void BuildRecoveryTables(const int32_t A[3], uint8_t* Tables) {
-    for (int32_t k = 0; k < 3; ++k)
-        for (int32_t v = 0; v < 256; ++v)
-            for (int32_t t = 0; t < 256; ++t)
-                Tables[k * kTableSize + size_t(v) * 256 + t] = ClampByte((v - A[k]) * 255 / std::max(t, 25) + A[k]);
-}
-
 void RecoverWithTables(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
                        const uint8_t* T, const uint8_t* Tables) {
     for (int32_t y = 0; y < Height; ++y) {
@@ -139,6 +130,13 @@ void DarkChannelAndLight(const uint8_t* Src, int32_t Width, int32_t Height, int3
 }
 
 }  // namespace
+
+void BuildRecoveryTables(const int32_t A[3], uint8_t* Tables) {
+    for (int32_t k = 0; k < 3; ++k)
+        for (int32_t v = 0; v < 256; ++v)
+            for (int32_t t = 0; t < 256; ++t)
+                Tables[k * kTableSize + size_t(v) * 256 + t] = ClampByte((v - A[k]) * 255 / std::max(t, 25) + A[k]);
+}
 
 void Resize(int32_t Mode, const uint8_t* Src, int32_t SrcWidth, int32_t SrcHeight, int32_t SrcStride,
             uint8_t* Dest, int32_t DestWidth, int32_t DestHeight, int32_t DestStride) {

@@ -1,0 +1,261 @@
+// Haze removal: the resampler against its position formulas, the sky mask and
+// the segmentation on pictures whose answer is known, the transmission and
+// both defined exports against the composition of their building blocks, and
+// the contrast-driven method on synthetic haze.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "adjust/adjust.h"
+#include "blur/blur.h"
+#include "common/reference.h"
+#include "enhance/enhance.h"
+#include "smooth/smooth.h"
+#include "statistics/statistics.h"
+
+namespace {
+
+using vtest::Image;
+using vtest::RandomInt;
+
+TEST(Haze, ResizeNearestAndBilinear) {
+    for (int trial = 0; trial < 16; ++trial) {
+        const int c = trial % 2 ? 3 : 1;
+        const Image src = vtest::RandomImage(RandomInt(1, 30), RandomInt(1, 30), c, RandomInt(0, 1) ? 0 : 1);
+        const int sw = src.width, sh = src.height, dw = RandomInt(1, 50), dh = RandomInt(1, 50);
+        for (int mode : {0, 1}) {
+            Image out(dw, dh, c, 2, 0x5A);
+            velomar::Resize(mode, src.data(), sw, sh, src.stride, out.data(), dw, dh, out.stride);
+            const int64_t stepX = (int64_t(sw) << 16) / dw + 1, stepY = (int64_t(sh) << 16) / dh + 1;
+            auto at = [&](int64_t x, int64_t y, int k) {  // replicated beyond the edges
+                return int(src.at(int(std::clamp<int64_t>(x, 0, sw - 1)), int(std::clamp<int64_t>(y, 0, sh - 1)), k));
+            };
+            for (int y = 0; y < dh; ++y)
+                for (int x = 0; x < dw; ++x)
+                    for (int k = 0; k < c; ++k) {
+                        int expected;
+                        if (mode == 0) {
+                            expected = c == 3 ? at((x * stepX) >> 16, (y * stepY) >> 16, k) : at(x * sw / dw, y * sh / dh, k);
+                        } else {
+                            const int64_t px = (stepX >> 1) - 32768 + x * stepX, py = (stepY >> 1) - 32768 + y * stepY;
+                            const int fx = (px >> 8) & 255, fy = (py >> 8) & 255;
+                            const int64_t ix = px >> 16, iy = py >> 16;
+                            expected = ((at(ix + 1, iy + 1, k) * fx + at(ix, iy + 1, k) * (256 - fx)) * fy +
+                                        (at(ix + 1, iy, k) * fx + at(ix, iy, k) * (256 - fx)) * (256 - fy)) >> 16;
+                        }
+                        ASSERT_EQ(expected, out.at(x, y, k)) << src << " -> " << dw << "x" << dh << " mode " << mode;
+                    }
+            EXPECT_TRUE(vtest::PaddingIntact(out, 0x5A));
+        }
+    }
+}
+
+// A bright, bluish, flat sky over ground striped in pairs of columns: sky
+// coloured, then dark noise (a Sobel gradient sees no period-2 pattern). The
+// two columns at either side are sky coloured, so whatever the edge
+// replication leaves flat has the sky's colour.
+Image SkyOverGround(int w, int h) {
+    Image img(w, h, 3);
+    const uint8_t sky[3] = {230, 200, 190};
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const bool dark = y >= h / 2 && (x / 2) % 2 == 1 && (x | 1) < w - 2;  // whole pairs only
+            for (int k = 0; k < 3; ++k) img.at(x, y, k) = dark ? uint8_t(RandomInt(0, 60)) : sky[k];
+        }
+    return img;
+}
+
+TEST(Haze, SegmentationAndSkyMask) {
+    // Four equal bands of luminance 20, 90, 160, 230: the map reproduces them.
+    Image bands(16, 8, 3);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 16; ++x)
+            for (int k = 0; k < 3; ++k) bands.at(x, y, k) = uint8_t(20 + 70 * (x / 4));
+    std::vector<uint8_t> map(16 * 8);
+    velomar::SegmentBrightRegions(bands.data(), map.data(), 16, 8, 48);
+    for (int i = 0; i < 128; ++i) ASSERT_EQ(20 + 70 * (i % 16 / 4), map[i]) << i;
+    // A flat image is sky except where green dominates and in the last bytes
+    // beyond whole 32-bit words, which keep their (white) edge value.
+    for (uint8_t green : {100, 250}) {
+        const int w = 7, h = 5;  // 35 pixels: 3 beyond the words
+        Image flat(w, h, 3, 0, 120);
+        for (int i = 0; i < w * h; ++i) flat.bytes[3 * i + 1] = green;
+        std::vector<uint8_t> mask(w * h, 7);
+        velomar::DetectSkyMask(flat.data(), mask.data(), w, h, 3 * w);
+        for (int i = 0; i < w * h; ++i) ASSERT_EQ(green == 100 && i < 32 ? 255 : 0, mask[i]) << i;
+    }
+    // Sky over noisy ground: the sky's inside is marked, the ground mostly not.
+    const Image scene = SkyOverGround(40, 40);
+    std::vector<uint8_t> mask(1600);
+    velomar::DetectSkyMask(scene.data(), mask.data(), 40, 40, 120);
+    int sky = 0, ground = 0;
+    for (int i = 0; i < 1600; ++i) (i < 760 ? sky : ground) += mask[i] == 255;
+    EXPECT_GE(sky, 38 * 18);
+    EXPECT_LT(ground, 200);
+}
+
+// The transmission composed from the dark channel, its minimum filter, the sky
+// mask and the guided filter; the light from the sky or the brightest dark 1 %.
+std::vector<uint8_t> DirectTransmission(const Image& src, int r, int gr, int A[3]) {
+    const int w = src.width, h = src.height, n = w * h;
+    std::vector<uint8_t> dark(n), mask(n), t(n);
+    for (int i = 0; i < n; ++i) dark[i] = std::min({src.at(i % w, i / w, 0), src.at(i % w, i / w, 1), src.at(i % w, i / w, 2)});
+    velomar::MinValue(dark.data(), dark.data(), w, h, w, r);
+    velomar::DetectSkyMask(src.data(), mask.data(), w, h, src.stride);
+    int64_t sum[3] = {}, count = 0;
+    auto take = [&](auto chosen) {
+        sum[0] = sum[1] = sum[2] = count = 0;
+        for (int i = 0; i < n; ++i)
+            if (chosen(i)) {
+                for (int k = 0; k < 3; ++k) sum[k] += src.at(i % w, i / w, k);
+                ++count;
+            }
+    };
+    take([&](int i) { return mask[i] > 196; });
+    if (count < 0.2 * n || count > 0.8 * n) {
+        std::vector<int> sorted(dark.begin(), dark.end());
+        std::sort(sorted.rbegin(), sorted.rend());
+        const int D = sorted[size_t(std::floor(0.01 * n))];  // the bin where the count passes 1 %
+        take([&](int i) { return dark[i] >= D; });
+    }
+    for (int k = 0; k < 3; ++k) A[k] = int(std::min<int64_t>(sum[k] / count, 255));
+    const double K = double(0.95f) * 255 / ((A[0] + 2 * A[1] + A[2]) / 4);
+    std::vector<double> p(n), guide(n);
+    for (int i = 0; i < n; ++i) {
+        const int d = ((255 - mask[i]) * dark[i] + 96 * mask[i]) / 255;
+        p[i] = vtest::TruncClamp(255 - d * K) * double(1.0f / 255);
+        guide[i] = (src.at(i % w, i / w, 0) + src.at(i % w, i / w, 1) + src.at(i % w, i / w, 2)) * double(1.0f / 1020);
+    }
+    velomar::GuidedFilterCore(p.data(), guide.data(), p.data(), w, h, gr, double(0.01f));
+    for (int i = 0; i < n; ++i) t[i] = vtest::TruncClamp(p[i] * 255.0);
+    return t;
+}
+
+// clamp((v - A) 255 / max(t, 25) + A) per channel, then the 0.9 gamma.
+std::vector<uint8_t> Recovered(const Image& src, const std::vector<uint8_t>& t, const int A[3], bool gamma) {
+    std::vector<uint8_t> out = vtest::DestFor(src).bytes;
+    for (int y = 0; y < src.height; ++y)
+        for (int x = 0; x < src.width; ++x)
+            for (int k = 0; k < 3; ++k) {
+                const int v = src.at(x, y, k), tt = std::max<int>(t[size_t(y) * src.width + x], 25);
+                out[size_t(y) * src.stride + 3 * x + k] = uint8_t(std::clamp((v - A[k]) * 255 / tt + A[k], 0, 255));
+            }
+    if (gamma) velomar::GammaCorrection(out.data(), out.data(), src.width, src.height, src.stride, double(0.9f));
+    return out;
+}
+
+TEST(Haze, DarkChannelPriorComposition) {
+    for (int trial = 0; trial < 6; ++trial) {
+        // Sky over ground, random pictures, and bright noise whose
+        // transmission falls below the floor of 25.
+        Image src = trial % 3 == 1 ? SkyOverGround(RandomInt(20, 60), RandomInt(20, 60))
+                                   : vtest::SweepImage(trial + 4, {3}, 60, 50, 2);
+        if (trial % 3 == 2)
+            for (uint8_t& v : src.bytes) v = uint8_t(RandomInt(235, 255));
+        const int w = src.width, h = src.height;
+        int A[3], B[3];
+        std::vector<uint8_t> t(size_t(w) * h);
+        velomar::EstimateTransmission(src.data(), w, h, src.stride, 5, 30, t.data(), A[0], A[1], A[2], double(0.95f), double(0.01f));
+        EXPECT_EQ(DirectTransmission(src, 5, 30, B), t) << src;
+        EXPECT_TRUE(std::equal(A, A + 3, B));
+        if (trial % 3 == 1) {
+            EXPECT_TRUE(A[0] == 230 && A[1] == 200 && A[2] == 190);  // the sky's colour
+        }
+        for (double scale : {1.0, 0.5}) {
+            Image out = vtest::DestFor(src);
+            velomar::HazeRemovalBasedOnDarkChannelPrior(src.data(), out.data(), w, h, src.stride, scale);
+            if (scale == 0.5) {  // half-size estimate with half the radii, enlarged bilinearly
+                const int sw = int(w * 0.5), sh = int(0.5 * h);
+                Image small(sw, sh, 3);
+                velomar::Resize(0, src.data(), w, h, src.stride, small.data(), sw, sh, 3 * sw);
+                const std::vector<uint8_t> st = DirectTransmission(small, 2, 15, A);
+                velomar::Resize(1, st.data(), sw, sh, sw, t.data(), w, h, w);
+            }
+            EXPECT_TRUE(vtest::BytesEqual(Recovered(src, t, A, true), out.bytes)) << src << " scale " << scale;
+        }
+    }
+}
+
+TEST(Haze, RecoveryTablesFloorTheTransmission) {
+    std::vector<uint8_t> tables(3 * 65536);
+    const int A[3] = {0, 140, 255};
+    velomar::BuildRecoveryTables(A, tables.data());
+    for (int k = 0; k < 3; ++k)
+        for (int v = 0; v < 256; ++v)
+            for (int t = 0; t < 256; ++t) {
+                const int tt = t < 25 ? 25 : t;
+                ASSERT_EQ(std::clamp((v - A[k]) * 255 / tt + A[k], 0, 255), tables[k * 65536 + v * 256 + t]);
+            }
+}
+
+TEST(Haze, BoxBlurVeil) {
+    for (int trial = 0; trial < 8; ++trial) {
+        const Image src = vtest::SweepImage(trial, {3}, 40, 30, 2);
+        const int w = src.width, h = src.height, n = w * h, r = RandomInt(0, 6);
+        const double strength = trial == 0 ? 0 : RandomInt(0, 300) / 100.0;
+        std::vector<uint8_t> dark(n), mean(n);
+        double sum = 0;
+        int top = 0, topMean = 0;
+        for (int i = 0; i < n; ++i) {
+            const uint8_t* p = src.data() + size_t(i / w) * src.stride + 3 * (i % w);
+            sum += dark[i] = std::min({p[0], p[1], p[2]});
+            top = std::max({top, int(p[0]), int(p[1]), int(p[2])});
+        }
+        velomar::BoxBlur(dark.data(), mean.data(), w, h, w, r, 1);
+        for (uint8_t m : mean) topMean = std::max<int>(topMean, m);
+        const double delta = sum / (n * 255.0) * strength, invA = 1 / ((top + topMean) * 0.5);
+        const int K = delta > 0.9 ? 3686 : int(delta * 4096);
+        auto run = [&](const uint8_t* s, uint8_t* d) { velomar::HazeRemovalBasedOnBoxBlur(s, d, w, h, src.stride, r, strength); };
+        auto direct = [&](std::vector<uint8_t> out) {
+            for (int i = 0; i < n; ++i) {
+                const int veil = std::min<int>(dark[i], (mean[i] * K) >> 12);
+                for (int k = 0; k < 3; ++k) {
+                    const size_t at = size_t(i / w) * src.stride + 3 * (i % w) + k;
+                    out[at] = vtest::TruncClamp((src.bytes[at] - veil) / (1 - veil * invA));
+                }
+            }
+            return out;
+        };
+        EXPECT_TRUE(vtest::MatchesBothWays(src, vtest::DestFor(src), run, direct)) << src;
+        if (strength == 0) {  // no veil: the image comes back unchanged
+            Image out = src;
+            run(src.data(), out.data());
+            EXPECT_EQ(src.bytes, out.bytes);
+        }
+    }
+}
+
+TEST(Haze, ContrastDrivenDehazingRestoresContrastDeterministically) {
+    // Synthetic haze over a smooth scene: I = J t + A (1 - t), t = 0.5.
+    const int w = 64, h = 48;
+    Image scene = vtest::RandomSmoothImage(w, h, 3), hazy = scene;
+    for (size_t i = 0; i < hazy.bytes.size(); ++i) hazy.bytes[i] = uint8_t((scene.bytes[i] + 220) / 2);
+    auto deviation = [&](const Image& img) {
+        double s = 0, q = 0;
+        for (uint8_t v : img.bytes) s += v, q += double(v) * v;
+        return std::sqrt(q / img.bytes.size() - (s / img.bytes.size()) * (s / img.bytes.size()));
+    };
+    Image out(w, h, 3), again = hazy;
+    velomar::HazeRemovalBasedonContrastEnhancement(hazy.data(), out.data(), w, h, 3 * w, 16, 5.0, 8);
+    velomar::HazeRemovalBasedonContrastEnhancement(again.data(), again.data(), w, h, 3 * w, 16, 5.0, 8);
+    EXPECT_EQ(out.bytes, again.bytes);
+    EXPECT_GT(deviation(out), 1.5 * deviation(hazy));
+    // The clipping penalty trades contrast for values kept inside 0..255.
+    auto clipped = [&](double weight) {
+        velomar::HazeRemovalBasedonContrastEnhancement(hazy.data(), out.data(), w, h, 3 * w, 16, weight, 8);
+        return std::count_if(out.bytes.begin(), out.bytes.end(), [](uint8_t v) { return v == 0 || v == 255; });
+    };
+    EXPECT_LT(clipped(1e12), clipped(0) / 2);
+
+    const Image src = vtest::RandomImage(8, 6, 3), dest = vtest::DestFor(src);
+    EXPECT_TRUE(vtest::WritesNothing(dest, {
+        [&](uint8_t* d) { velomar::HazeRemovalBasedonContrastEnhancement(src.data(), d, 8, 6, 24, 0, 5.0, 4); },
+        [&](uint8_t* d) { velomar::HazeRemovalBasedonContrastEnhancement(src.data(), d, 8, 6, 24, 8, NAN, 4); },
+        [&](uint8_t* d) { velomar::HazeRemovalBasedonContrastEnhancement(src.data(), d, 8, 6, 16, 8, 5.0, 4); },
+        [&](uint8_t* d) { velomar::HazeRemovalBasedOnDarkChannelPrior(src.data(), d, 8, 6, 24, 0.0); },
+        [&](uint8_t* d) { velomar::HazeRemovalBasedOnDarkChannelPrior(nullptr, d, 8, 6, 24, 1.0); },
+        [&](uint8_t* d) { velomar::HazeRemovalBasedOnBoxBlur(src.data(), d, 8, 6, 24, -1, 1.0); },
+    }));
+}
+
+}  // namespace
