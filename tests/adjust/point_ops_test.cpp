@@ -89,10 +89,9 @@ TEST(CurveExports, MatchDirectTablesInEveryLayout) {
             const Image src = vtest::RandomImage(w, 6, c, pad);
             uint8_t table[256];
             for (int i = 0; i < 256; ++i) table[i] = curve.level(src, i);
-            EXPECT_TRUE(vtest::MatchesBothWays(
-                src, vtest::DestFor(src), [&](const uint8_t* s, uint8_t* d) { curve.run(src, s, d); },
-                [&](std::vector<uint8_t> d) { return ApplyDirect(src, table, d); }))
-                << curve.name << ", " << src;
+            EXPECT_TRUE(vtest::FilterMatches(src, [&](const uint8_t* s, uint8_t* d, auto...) { curve.run(src, s, d); },
+                                             [&](std::vector<uint8_t> d) { return ApplyDirect(src, table, d); }))
+                << curve.name;
         }
 }
 
@@ -171,15 +170,14 @@ TEST(MatrixForms, DesaturateWritesMidRangeGreyKeepsAlphaAndReturnsLastLevel) {
     Image src = vtest::RandomImage(3, 2, 4), dst(3, 2, 4, 0, 42);
     Matrix s = vtest::MatrixOf(src), d = vtest::MatrixOf(dst);
     const int32_t last = Desaturate(&s, &d);
+    int grey = -1;
     for (int p = 0; p < 6; ++p) {
         const uint8_t* b = &src.bytes[4 * p];
-        const int grey = (std::max({b[0], b[1], b[2]}) + std::min({b[0], b[1], b[2]})) / 2;
-        for (int k = 0; k < 3; ++k) EXPECT_EQ(dst.bytes[4 * p + k], grey) << "pixel " << p;
-        EXPECT_EQ(dst.bytes[4 * p + 3], 42) << "pixel " << p;
-        if (p == 5) {
-            EXPECT_EQ(last, grey);
-        }
+        grey = (std::max({b[0], b[1], b[2]}) + std::min({b[0], b[1], b[2]})) / 2;
+        EXPECT_EQ(std::vector<uint8_t>(&dst.bytes[4 * p], &dst.bytes[4 * p + 4]),
+                  std::vector<uint8_t>({uint8_t(grey), uint8_t(grey), uint8_t(grey), 42})) << "pixel " << p;
     }
+    EXPECT_EQ(last, grey);
     s.Channel = d.Channel = 1;
     EXPECT_EQ(Desaturate(&s, &d), STATUS_INVALID_PARAMETER);
 }

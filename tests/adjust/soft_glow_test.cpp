@@ -25,22 +25,19 @@ std::vector<uint8_t> DirectExposal(const vtest::Image& src, std::vector<uint8_t>
 TEST(Exposal, MatchesDirectRuleOnRandomLayouts) {
     for (int trial = 0; trial < 40; ++trial) {
         const vtest::Image src = vtest::SweepImage(trial, {1, 3, 4}, 50, 9, 49);
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, vtest::DestFor(src),
-            [&](const uint8_t* s, uint8_t* d) { Exposal(s, d, src.width, src.height, src.stride); },
-            [&](std::vector<uint8_t> d) { return DirectExposal(src, d); }))
-            << src;
+        EXPECT_TRUE(vtest::FilterMatches(src, Exposal, [&](std::vector<uint8_t> d) { return DirectExposal(src, d); }));
     }
     // Two bytes per pixel are not written.
-    vtest::Image two(9, 3, 2, 0, 200), dst(9, 3, 2, 0, 1);
-    Exposal(two.data(), dst.data(), 9, 3, 18);
-    EXPECT_TRUE(vtest::AllBytes(dst.bytes, 1));
+    const vtest::Image two = vtest::RandomImage(9, 3, 2);
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(two), {[&](uint8_t* d) { Exposal(two.data(), d, 9, 3, 18); }}));
 }
 
 // The blurred layer starts zeroed, is adjusted in place, then screen-blended
-// over the source, three bytes per pixel.
+// over the source, three bytes per pixel; rows shorter than that (grey, two
+// bytes) are not written.
 std::vector<uint8_t> DirectSoftGlow(const vtest::Image& src, std::vector<uint8_t> dst, int sigma,
                                     int brightness, int contrast) {
+    if (src.stride < 3 * src.width) return dst;
     std::vector<uint8_t> glow(src.bytes.size(), 0);
     velomar::GuassBlur(src.data(), glow.data(), src.width, src.height, src.stride, sigma);
     velomar::AdjustBrightnessAndContrast(glow.data(), glow.data(), src.width, src.height, src.stride,
@@ -54,37 +51,20 @@ std::vector<uint8_t> DirectSoftGlow(const vtest::Image& src, std::vector<uint8_t
     return dst;
 }
 
+// Contrast 100 thresholds at the mean: the lowest brightness makes every glow
+// byte 0 (the source comes through), the highest every one 255 (without
+// overflowing).
 TEST(SoftGlow, MatchesDirectScreenBlend) {
-    for (int trial = 0; trial < 30; ++trial) {
-        const vtest::Image src = vtest::SweepImage(trial, {3, 3, 3, 3, 4}, 60, 25, 7);
-        const int sigma = vtest::RandomInt(0, 12), bright = vtest::RandomInt(-60, 60);
-        const int contrast = vtest::RandomInt(-80, 100);
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, vtest::DestFor(src),
-            [&](const uint8_t* s, uint8_t* d) {
-                SoftGlow(s, d, src.width, src.height, src.stride, sigma, bright, contrast);
-            },
+    for (int trial = 0; trial < 36; ++trial) {
+        const vtest::Image src = vtest::SweepImage(trial, {3, 3, 3, 4, 1, 2}, 60, 25, 7);
+        const int sigma = vtest::RandomInt(0, 12), extreme = trial % 5 == 3;
+        const int bright = extreme ? (trial % 2 ? INT_MAX : INT_MIN) : vtest::RandomInt(-60, 60);
+        const int contrast = extreme ? 100 : vtest::RandomInt(-80, 100);
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { SoftGlow(a..., sigma, bright, contrast); },
             [&](std::vector<uint8_t> d) { return DirectSoftGlow(src, d, sigma, bright, contrast); }))
-            << src << " sigma " << sigma << " b " << bright << " c " << contrast;
+            << " sigma " << sigma << " b " << bright << " c " << contrast;
     }
-}
-
-TEST(SoftGlow, BlackGlowKeepsSourceWhiteGlowSaturatesGreyIsNotWritten) {
-    auto src = vtest::RandomSmoothImage(23, 14, 3, 2);
-    // Contrast 100 thresholds at the mean: the lowest brightness makes every
-    // glow byte 0, the highest makes every one 255 (without overflowing).
-    auto dark = vtest::RandomImage(23, 14, 3, 2), light = dark;
-    SoftGlow(src.data(), dark.data(), 23, 14, src.stride, 4, INT_MIN, 100);
-    SoftGlow(src.data(), light.data(), 23, 14, src.stride, 4, INT_MAX, 100);
-    EXPECT_TRUE(vtest::BytesEqual(src.bytes, dark.bytes));
-    for (int y = 0; y < 14; ++y)
-        for (int x = 0; x < 23; ++x)
-            for (int k = 0; k < 3; ++k) ASSERT_EQ(light.at(x, y, k), 255) << x << "," << y;
-    EXPECT_TRUE(vtest::PaddingIntact(light, 0xA5));
-    auto grey = vtest::RandomImage(31, 6, 1, 5);
-    vtest::Image dst(31, 6, 1, 5, 42);
-    SoftGlow(grey.data(), dst.data(), 31, 6, grey.stride, 3, 10, 10);
-    EXPECT_TRUE(vtest::AllBytes(dst.bytes, 42));
 }
 
 }  // namespace
