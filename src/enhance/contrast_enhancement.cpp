@@ -155,21 +155,8 @@ void AdaptiveGammaCorrection(const uint8_t* Src, uint8_t* Dest, int32_t Width, i
         });
         return;
     }
-    // The value of HSV as a plane, the hue and saturation kept.
-    const size_t plane = size_t(Width) * Height;
-    Buffer<uint8_t> value(plane);
-    Buffer<double> hsv(3 * plane);
-    for (int32_t y = 0; y < Height; ++y) {
-        double* h = hsv.data() + 3 * size_t(y) * Width;
-        RowBgrToHsv(Width, Src + size_t(y) * Stride, h);
-        for (int32_t x = 0; x < Width; ++x) value[size_t(y) * Width + x] = TruncClampByte(h[3 * x + 2] + 0.5);
-    }
-    AdaptiveGammaPlane(value.data(), value.data(), Width, Height, Width, Alpha);
-    for (int32_t y = 0; y < Height; ++y) {
-        double* h = hsv.data() + 3 * size_t(y) * Width;
-        for (int32_t x = 0; x < Width; ++x) h[3 * x + 2] = value[size_t(y) * Width + x];
-        RowHsvToBgr(Width, h, Dest + size_t(y) * Stride);
-    }
+    FilterHsvValue(Src, Dest, Width, Height, Stride,
+                   [&](uint8_t* value) { AdaptiveGammaPlane(value, value, Width, Height, Width, Alpha); });
 }
 
 }  // namespace velomar

@@ -7,6 +7,32 @@
 
 namespace velomar {
 
+// ---- colour planes ----------------------------------------------------------------
+
+// Runs filter(value) on the HSV value of Width x Height three-byte pixels, an
+// unpadded byte plane (rows Width apart) filtered in place, then writes each
+// pixel back from its hue, saturation and filtered value. All of Src is read
+// before Dest is written: Src may equal Dest.
+template <class Filter>
+void FilterHsvValue(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                    Filter&& filter) {
+    const size_t plane = size_t(Width) * size_t(Height);
+    Buffer<uint8_t> value(plane);
+    Buffer<double> hsv(3 * plane);
+    for (int32_t y = 0; y < Height; ++y) {
+        double* h = hsv.data() + 3 * size_t(y) * Width;
+        RowBgrToHsv(Width, Src + size_t(y) * Stride, h);
+        // V is the largest byte: a whole number.
+        for (int32_t x = 0; x < Width; ++x) value[size_t(y) * Width + x] = static_cast<uint8_t>(TruncToInt(h[3 * x + 2]));
+    }
+    filter(value.data());
+    for (int32_t y = 0; y < Height; ++y) {
+        double* h = hsv.data() + 3 * size_t(y) * Width;
+        for (int32_t x = 0; x < Width; ++x) h[3 * x + 2] = value[size_t(y) * Width + x];
+        RowHsvToBgr(Width, h, Dest + size_t(y) * Stride);
+    }
+}
+
 // ---- tiled tone mapping ----------------------------------------------------------
 
 // What AdaptiveTileMapping computes for each tile.

@@ -165,20 +165,9 @@ void MSRHSV(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, in
             int32_t NScales, double Dynamic) {
     // Pixels are three bytes; rows that cannot hold them write nothing.
     if (!RawArgsValid(Src, Dest, Width, Height, Stride) || NScales <= 0 || !ThreeBytesFit(Width, Stride)) return;
-    const size_t plane = size_t(Width) * Height;
-    Buffer<uint8_t> value(plane);
-    Buffer<double> hsv(ImageBytes(Height, Stride));
-    for (int32_t y = 0; y < Height; ++y) {
-        double* h = hsv.data() + size_t(y) * Stride;
-        RowBgrToHsv(Width, Src + size_t(y) * Stride, h);
-        for (int32_t x = 0; x < Width; ++x) value[size_t(y) * Width + x] = static_cast<uint8_t>(TruncToInt(h[3 * x + 2]));
-    }
-    RetinexStretched(NScales, value.data(), value.data(), Width, Height, Width, Sigma, Dynamic);
-    for (int32_t y = 0; y < Height; ++y) {
-        double* h = hsv.data() + size_t(y) * Stride;
-        for (int32_t x = 0; x < Width; ++x) h[3 * x + 2] = value[size_t(y) * Width + x];
-        RowHsvToBgr(Width, h, Dest + size_t(y) * Stride);
-    }
+    FilterHsvValue(Src, Dest, Width, Height, Stride, [&](uint8_t* value) {
+        RetinexStretched(NScales, value, value, Width, Height, Width, Sigma, Dynamic);
+    });
 }
 
 }  // namespace velomar
