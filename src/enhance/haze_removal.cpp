@@ -83,8 +83,9 @@ void RefineTransmission(const uint8_t* Src, int32_t Width, int32_t Height, int32
 void AtmosphericLight(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride, const uint8_t* Dark,
                       const uint8_t* Mask, int32_t A[3]) {
     const double n = double(Width) * Height;
-    auto meanWhere = [&](auto take) {
-        int64_t sum[3] = {}, count = 0;
+    int64_t sum[3], count;
+    auto meanOf = [&](auto take) {
+        sum[0] = sum[1] = sum[2] = count = 0;
         for (int32_t y = 0; y < Height; ++y) {
             const uint8_t* s = Src + size_t(y) * Stride;
             for (int32_t x = 0; x < Width; ++x, s += 3) {
@@ -93,26 +94,17 @@ void AtmosphericLight(const uint8_t* Src, int32_t Width, int32_t Height, int32_t
                 ++count;
             }
         }
-        if (count < 0.2 * n || count > 0.8 * n) return false;
-        for (int32_t k = 0; k < 3; ++k) A[k] = int32_t(std::min<int64_t>(sum[k] / count, 255));
-        return true;
     };
-    if (meanWhere([&](size_t i) { return Mask[i] > 196; })) return;
-    uint32_t hist[256];
-    ComputeChannelHistograms(Dark, Width, Height, Width, hist, nullptr, nullptr);
-    int32_t D = 255;
-    for (uint64_t accumulated = 0; D > 0; --D)
-        if ((accumulated += hist[D]) > 0.01 * n) break;
-    int64_t sum[3] = {}, count = 0;
-    for (int32_t y = 0; y < Height; ++y) {
-        const uint8_t* s = Src + size_t(y) * Stride;
-        for (int32_t x = 0; x < Width; ++x, s += 3) {
-            if (Dark[size_t(y) * Width + x] < D) continue;
-            for (int32_t k = 0; k < 3; ++k) sum[k] += s[k];
-            ++count;
-        }
+    meanOf([&](size_t i) { return Mask[i] > 196; });
+    if (count < 0.2 * n || count > 0.8 * n) {
+        uint32_t hist[256];
+        ComputeChannelHistograms(Dark, Width, Height, Width, hist, nullptr, nullptr);
+        int32_t D = 255;
+        for (uint64_t accumulated = 0; D > 0; --D)
+            if ((accumulated += hist[D]) > 0.01 * n) break;
+        // At least the pixels of bin D are taken, so count is never 0.
+        meanOf([&](size_t i) { return Dark[i] >= D; });
     }
-    // At least the pixels of bin D are counted, so count is never 0.
     for (int32_t k = 0; k < 3; ++k) A[k] = int32_t(std::min<int64_t>(sum[k] / count, 255));
 }
 
@@ -242,7 +234,8 @@ void SegmentBrightRegions(const uint8_t* Src, uint8_t* Map, int32_t Width, int32
 
 void DetectSkyMask(const uint8_t* Src, uint8_t* Mask, int32_t Width, int32_t Height, int32_t Stride) {
     SegmentBrightRegions(Src, Mask, Width, Height, Stride);
-    // (The brightest 2 % of the map's histogram is not needed for the mask.)
+    // (The level holding the map's brightest 2 % plays no part in the mask,
+    // so it is not looked for.)
     FindEdges(Mask, Mask, Width, Height, Width);
     // Only whole 32-bit words are inverted; the last bytes keep their edges.
     const size_t n = size_t(Width) * Height, words = n / 4 * 4;
@@ -290,6 +283,8 @@ void HazeRemovalBasedOnDarkChannelPrior(const uint8_t* Src, uint8_t* Dest, int32
         // for the image) writes nothing.
         const int32_t w = TruncToInt(Width * Scale), h = TruncToInt(Scale * Height);
         if (w <= 0 || h <= 0) return;
+        // Zeroed: the resampler writes nothing for rows it cannot read as
+        // grey or three-byte pixels (four bytes a pixel).
         Buffer<uint8_t> small(size_t(w) * h * 3, true), smallT(size_t(w) * h);
         Resize(0, Src, Width, Height, Stride, small.data(), w, h, 3 * w);
         EstimateTransmission(small.data(), w, h, 3 * w, TruncToInt(Scale * radius), TruncToInt(guidedRadius * Scale),
