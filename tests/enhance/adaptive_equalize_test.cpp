@@ -125,12 +125,14 @@ std::vector<uint8_t> Model(const uint8_t* src, std::vector<uint8_t> dst, Shape s
     return dst;
 }
 
-void Apply(int mode, const uint8_t* s, uint8_t* d, Shape sh, int tx, int ty, int flag, double d1, double d2) {
-    if (mode == 0) AdaptEqualize(s, d, sh.w, sh.h, sh.stride, tx, ty, d1, flag);
-    if (mode == 1) AdaptAutoLevel(s, d, sh.w, sh.h, sh.stride, tx, ty, d1, d2);
-    if (mode == 2) AdaptAutoContrast(s, d, sh.w, sh.h, sh.stride, tx, ty, d1, d2);
+void Apply(int mode, const uint8_t* s, uint8_t* d, int w, int h, int stride, int tx, int ty, int flag, double d1,
+           double d2) {
+    if (mode == 0) AdaptEqualize(s, d, w, h, stride, tx, ty, d1, flag);
+    if (mode == 1) AdaptAutoLevel(s, d, w, h, stride, tx, ty, d1, d2);
+    if (mode == 2) AdaptAutoContrast(s, d, w, h, stride, tx, ty, d1, d2);
 }
 
+// Every tenth picture is constant.
 TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
     for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
         const int mode = trial % 3, c = trial % 2 ? 3 : 1;
@@ -139,19 +141,17 @@ TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
         const int w = trial % 4 < 2 ? tx * RandomInt(1, 9) : RandomInt(tx, 40);
         const int h = trial % 4 < 2 ? ty * RandomInt(1, 9) : RandomInt(ty, 30);
         const int pad = c == 1 ? RandomInt(0, std::min(w - 1, 3)) : RandomInt(0, 3);
-        const Image src = trial % 3 ? vtest::RandomSmoothImage(w, h, c, pad) : vtest::RandomImage(w, h, c, pad);
+        const Image noise = trial % 3 ? vtest::RandomSmoothImage(w, h, c, pad) : vtest::RandomImage(w, h, c, pad);
+        const Image src = trial % 10 == 7 ? vtest::Flat(noise, 77) : noise;
         const int flag = mode == 0 ? std::array{0, 1, 257, 2}[trial / 3 % 4] : mode == 1;
         // A CutLimit below 0 gives curves outside 0..255 (the exact integer
         // blend instead of the floating-point quotient).
         const double d1 = mode == 0 ? std::array{0.0, 0.02, 0.3, 1.0, -0.4}[trial / 2 % 5] : std::array{0.0, 0.01, 0.2}[trial % 3];
         const double d2 = std::array{0.0, 0.5, 3.0}[trial / 5 % 3];
-        const Shape sh{w, h, src.stride};
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, vtest::RandomImage(w, h, c, pad, 0x3C),
-            [&](const uint8_t* s, uint8_t* d) { Apply(mode, s, d, sh, tx, ty, flag, d1, d2); },
-            [&](std::vector<uint8_t> d) { return Model(src.data(), d, sh, tx, ty, mode, flag, d1, d2); }))
-            << "mode " << mode << " " << w << "x" << h << "x" << c << " pad " << pad << " tiles " << tx << "x" << ty
-            << " flag " << flag << " d1 " << d1 << " d2 " << d2;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { Apply(mode, a..., tx, ty, flag, d1, d2); },
+            [&](std::vector<uint8_t> d) { return Model(src.data(), d, {w, h, src.stride}, tx, ty, mode, flag, d1, d2); }))
+            << "mode " << mode << " tiles " << tx << "x" << ty << " flag " << flag << " d1 " << d1 << " d2 " << d2;
     }
 }
 
@@ -159,28 +159,10 @@ TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
 TEST(AdaptiveTileMapping, LargeBandsMatchTheModel) {
     for (int mode : {0, 1}) {
         const Image src = vtest::RandomSmoothImage(601, 451, mode ? 3 : 1, 3);
-        const Shape sh{601, 451, src.stride};
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, src, [&](const uint8_t* s, uint8_t* d) { Apply(mode, s, d, sh, 1, 1, 1, 0.05, 0.2); },
-            [&](std::vector<uint8_t> d) { return Model(src.data(), d, sh, 1, 1, mode, 1, 0.05, 0.2); }));
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { Apply(mode, a..., 1, 1, 1, 0.05, 0.2); },
+            [&](std::vector<uint8_t> d) { return Model(src.data(), d, {601, 451, src.stride}, 1, 1, mode, 1, 0.05, 0.2); }));
     }
-}
-
-// One tile over a divisible image is the plain per-image curve: equalisation
-// without clipping, and a constant image stays constant under the stretch.
-TEST(AdaptiveTileMapping, OneTileIsTheWholeImageCurve) {
-    Image img = vtest::RandomSmoothImage(16, 12, 1);
-    Curve t{};
-    for (int y = 0; y < 12; ++y)
-        for (int x = 0; x < 16; ++x) ++t[img.at(x, y)];
-    Equalize(t);
-    Image out = img;
-    AdaptEqualize(img.data(), out.data(), 16, 12, 16, 1, 1, 1.0, 0);
-    for (int y = 0; y < 12; ++y)
-        for (int x = 0; x < 16; ++x) ASSERT_EQ(out.at(x, y), t[img.at(x, y)]) << x << "," << y;
-    Image flat(12, 8, 3, 0, 77), flatOut = flat;
-    AdaptAutoContrast(flat.data(), flatOut.data(), 12, 8, 36, 1, 1, 0.01, 0.0);
-    EXPECT_TRUE(vtest::AllBytes(flatOut.bytes, 77));
 }
 
 TEST(AdaptiveTileMapping, UnusableArgumentsWriteNothing) {

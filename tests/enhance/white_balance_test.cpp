@@ -92,28 +92,23 @@ TEST(ConvertRowToYCbCr, FullRangeLumaChromaWithWrappingStorage) {
 
 TEST(AutoWhiteBalance, DynamicThresholdMatchesDirectBlockStatistics) {
     for (int trial = 0; trial < 60 && !HasFailure(); ++trial) {
-        const int w = RandomInt(1, 40), h = RandomInt(1, 30), pad = RandomInt(0, 4), bs = RandomInt(1, 50);
-        const int global = std::array{0, 1, 2}[trial % 3], squared = trial / 3 % 2;
-        const Image src = trial % 2 ? vtest::RandomSmoothImage(w, h, 3, pad) : vtest::RandomImage(w, h, 3, pad);
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, vtest::RandomImage(w, h, 3, pad, 0x3C),
-            [&](const uint8_t* s, uint8_t* d) {
-                AutoWhiteBalanceUseDynamicThreshold(s, d, w, h, src.stride, bs, uint8_t(global), uint8_t(squared));
-            },
+        const Image src = vtest::SweepImage(trial, {3}, 40, 30, 4);
+        const int bs = RandomInt(1, 50), global = trial % 3, squared = trial / 3 % 2;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { AutoWhiteBalanceUseDynamicThreshold(a..., bs, uint8_t(global), uint8_t(squared)); },
             [&](std::vector<uint8_t> d) { return DynamicModel(src, d, bs, global, squared); }))
-            << w << "x" << h << " block " << bs << " global " << global << " squared " << squared;
+            << " block " << bs << " global " << global << " squared " << squared;
     }
 }
 
+// A neutral first column keeps the grey world picture as it is.
 TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
     for (int trial = 0; trial < 40 && !HasFailure(); ++trial) {
-        const int w = RandomInt(1, 40), h = RandomInt(1, 30), pad = RandomInt(0, 2);
-        const int ratio = std::array{0, 1, 5, 30, 100, 140}[trial % 6];
-        const Image src = trial % 2 ? vtest::RandomSmoothImage(w, h, 3, pad) : vtest::RandomImage(w, h, 3, pad);
-        const Image dest = vtest::RandomImage(w, h, 3, pad, 0x3C);
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, dest,
-            [&](const uint8_t* s, uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(s, d, w, h, src.stride, ratio); },
+        Image src = vtest::SweepImage(trial, {3}, 40, 30, 2);
+        const int w = src.width, h = src.height, ratio = std::array{0, 1, 5, 30, 100, 140}[trial % 6];
+        for (int y = 0; trial % 8 == 3 && y < h; ++y) src.at(0, y, 0) = src.at(0, y, 1) = src.at(0, y, 2) = uint8_t(100 + y);
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { AutoWhiteBalanceUseReflectorTheory(a..., ratio); },
             [&](std::vector<uint8_t> d) {
                 std::vector<long> hist(768);
                 for (int y = 0; y < h; ++y)
@@ -128,31 +123,26 @@ TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
                             for (int c = 0; c < 3; ++c) sum[c] += src.at(x, y, c), count += c == 0;
                 return Balance(src, d, 255, count, sum);
             }))
-            << w << "x" << h << " ratio " << ratio;
-        if (pad > 0) continue;  // grey world needs Stride / Width == 3
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, dest, [&](const uint8_t* s, uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(s, d, w, h, src.stride); },
-            [&](std::vector<uint8_t> d) {
-                long sum[3] = {};
-                for (int y = 0; y < h; ++y)
-                    for (int c = 0; c < 3; ++c) sum[c] += src.at(0, y, c);  // the first column's means
-                const long grey = (sum[0] / h + sum[1] / h + sum[2] / h) / 3;
-                return grey ? Balance(src, d, grey, h, sum) : d;
-            }));
+            << " ratio " << ratio;
+        if (src.stride != 3 * w) continue;  // grey world needs Stride / Width == 3
+        EXPECT_TRUE(vtest::FilterMatches(src, AutoWhiteBalanceUseStandardGrayWorldModel, [&](std::vector<uint8_t> d) {
+            long sum[3] = {};
+            for (int y = 0; y < h; ++y)
+                for (int c = 0; c < 3; ++c) sum[c] += src.at(0, y, c);  // the first column's means
+            const long grey = (sum[0] / h + sum[1] / h + sum[2] / h) / 3;
+            return grey ? Balance(src, d, grey, h, sum) : d;
+        }));
     }
 }
 
-TEST(AutoWhiteBalance, NeutralFirstColumnAndUnusableLayoutsKeepTheImage) {
-    Image src = vtest::RandomImage(9, 7, 3), out(9, 7, 3, 0, 5);
-    for (int y = 0; y < 7; ++y) src.at(0, y, 0) = src.at(0, y, 1) = src.at(0, y, 2) = uint8_t(100 + y);
-    AutoWhiteBalanceUseStandardGrayWorldModel(src.data(), out.data(), 9, 7, 27);
-    EXPECT_EQ(out.bytes, src.bytes);
-    Image four = vtest::RandomImage(9, 7, 4), untouched(9, 7, 4, 0, 5);
-    AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), untouched.data(), 9, 7, 36);      // four bytes
-    AutoWhiteBalanceUseReflectorTheory(four.data(), untouched.data(), 9, 7, 18, 5);          // short rows
-    AutoWhiteBalanceUseDynamicThreshold(four.data(), untouched.data(), 9, 7, 36, 0, 0, 0);   // no blocks
-    AutoWhiteBalanceUseDynamicThreshold(nullptr, untouched.data(), 9, 7, 36, 8, 0, 0);
-    EXPECT_TRUE(vtest::AllBytes(untouched.bytes, 5));
+TEST(AutoWhiteBalance, UnusableLayoutsWriteNothing) {
+    const Image four = vtest::RandomImage(9, 7, 4);
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {
+        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), d, 9, 7, 36); },     // four bytes
+        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(four.data(), d, 9, 7, 18, 5); },         // short rows
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(four.data(), d, 9, 7, 36, 0, 0, 0); },  // no blocks
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0); },
+    }));
 }
 
 }  // namespace
