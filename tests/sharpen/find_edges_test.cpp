@@ -9,12 +9,12 @@
 namespace {
 
 using vtest::Image;
-using vtest::RandomInt;
 
-constexpr uint8_t kMarker = 0xA5;
-
+// Grey, three and four bytes per pixel (the fourth kept); other layouts are
+// left untouched.
 Image Direct(const Image& src, const Image& dest) {
     Image out = dest;
+    if (src.channels == 2 || src.channels > 4) return out;
     auto at = [&](int x, int y, int k) {
         return int(src.at(std::clamp(x, 0, src.width - 1), std::clamp(y, 0, src.height - 1), k));
     };
@@ -33,41 +33,12 @@ Image Direct(const Image& src, const Image& dest) {
 
 TEST(FindEdges, MatchesADirectSobel) {
     for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
-        const Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 12);  // white noise reaches the cap
-        const int w = src.width, h = src.height;
-        EXPECT_TRUE(vtest::MatchesBothWays(  // fourth bytes and padding kept
-            src, vtest::DestFor(src),
-            [&](const uint8_t* s, uint8_t* d) { ::FindEdges(s, d, w, h, src.stride); },
-            [&](std::vector<uint8_t> d) {
-                Image start = src;
-                start.bytes = d;
-                return Direct(src, start).bytes;
-            }))
-            << src;
-    }
-}
-
-TEST(FindEdges, EveryMagnitudeMapsThroughTheRoot) {
-    // A single bright pixel v in a dark field gives Gx^2 + Gy^2 = 4 v^2 right
-    // beside it and 2 v^2 on the diagonals; sweeping v covers the table from 0
-    // to beyond the cap.
-    for (int v = 0; v < 256; ++v) {
-        Image img(3, 3, 1, 0, 0);
-        img.at(1, 1) = uint8_t(v);
-        ::FindEdges(img.data(), img.data(), 3, 3, 3);
-        const int side = std::min(4 * v * v, 65025), corner = std::min(2 * v * v, 65025);
-        ASSERT_EQ(img.at(0, 1), int(255.0 - std::sqrt(side + 0.0))) << v;
-        ASSERT_EQ(img.at(1, 1), 255) << v;
-        ASSERT_EQ(img.at(0, 0), int(255.0 - std::sqrt(corner + 0.0))) << v;
-    }
-}
-
-TEST(FindEdges, OtherLayoutsAreLeftUntouched) {
-    for (int c : {2, 5}) {
-        const Image src = vtest::RandomImage(9, 4, c);
-        Image dest(9, 4, c, 0, kMarker);
-        ::FindEdges(src.data(), dest.data(), 9, 4, src.stride);
-        EXPECT_TRUE(vtest::AllBytes(dest.bytes, kMarker)) << c;
+        const Image src = vtest::SweepImage(trial, {1, 3, 4, 1, 3, 2, 5}, 40, 12);  // white noise reaches the cap
+        EXPECT_TRUE(vtest::FilterMatches(src, ::FindEdges, [&](std::vector<uint8_t> d) {
+            Image start = src;
+            start.bytes = d;
+            return Direct(src, start).bytes;
+        }));
     }
 }
 

@@ -47,6 +47,7 @@ Image ExpectedUnsharp(const Image& src, const Image& dest, double sigma, int amo
 }
 
 Image ExpectedHighPass(const Image& src, const Image& dest, double sigma) {
+    if (src.channels == 2) return dest;  // two bytes per pixel are left alone
     Image out = BlurOver(src, dest, sigma);
     for (int y = 0; y < src.height; ++y)
         for (int i = 0; i < TreatedBytes(src); ++i) {
@@ -69,21 +70,19 @@ int RandomAmount() {
 
 TEST(UnsharpMaskAndHighPass, MatchTheFormulaOnTheBlur) {
     for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
-        const Image src = vtest::SweepImage(trial, {1, 3, 4}, 45, 14);
-        const int w = src.width, h = src.height;
+        const Image src = vtest::SweepImage(trial, {1, 3, 4, 2}, 45, 14);
         const double sigma = RandomInt(0, 60) / 10.0;
         const int amount = RandomAmount(), threshold = RandomInt(-5, 300);
         const Image dest = vtest::DestFor(src);
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, dest, [&](const uint8_t* s, uint8_t* d) { ::UnsharpMask(s, d, w, h, src.stride, sigma, amount, threshold); },
-            [&](std::vector<uint8_t> d) {
-                Image start = src;
-                start.bytes = d;
-                return ExpectedUnsharp(src, start, sigma, amount, threshold).bytes;
-            }))
-            << src << " sigma " << sigma << " amount " << amount << " threshold " << threshold;
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ::UnsharpMask(a..., sigma, amount, threshold); },
+                                         [&](std::vector<uint8_t> d) {
+                                             Image start = src;
+                                             start.bytes = d;
+                                             return ExpectedUnsharp(src, start, sigma, amount, threshold).bytes;
+                                         }))
+            << " sigma " << sigma << " amount " << amount << " threshold " << threshold;
         Image high = dest;
-        ::HighPass(src.data(), high.data(), w, h, src.stride, sigma);
+        ::HighPass(src.data(), high.data(), src.width, src.height, src.stride, sigma);
         EXPECT_TRUE(vtest::BytesEqual(ExpectedHighPass(src, dest, sigma).bytes, high.bytes))
             << "high pass " << src << " sigma " << sigma;
     }
@@ -111,14 +110,6 @@ TEST(HighPass, InPlaceEveryTreatedByteBecomes128) {
     for (int y = 0; y < 7; ++y)
         for (int i = 0; i < 99; ++i) ASSERT_EQ(img.bytes[size_t(y) * img.stride + i], 128);
     EXPECT_TRUE(vtest::PaddingIntact(img, kMarker));
-}
-
-TEST(UnsharpMaskAndHighPass, TwoBytesPerPixelIsLeftUntouched) {
-    const Image src = vtest::RandomImage(20, 6, 2, 1);
-    Image dest(20, 6, 2, 1, kMarker);
-    ::UnsharpMask(src.data(), dest.data(), 20, 6, src.stride, 2.0, 100, 0);
-    ::HighPass(src.data(), dest.data(), 20, 6, src.stride, 2.0);
-    EXPECT_TRUE(vtest::AllBytes(dest.bytes, kMarker));
 }
 
 }  // namespace
