@@ -56,11 +56,9 @@ TEST(Fragment, MatchesDirectSampling) {
             for (int y = 0; y < h; ++y)
                 for (int x = 0; x < w; ++x)
                     if (vtest::RandomInt(0, 2) == 0 || x < w / 3) src.at(x, y, 3) = 0;
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, Image(w, h, c, src.stride - w * c, 0x6D),
-            [&](const uint8_t* s, uint8_t* d) { Fragment(s, d, w, h, src.stride, count, distance, angle); },
-            [&](std::vector<uint8_t> d) { return DirectFragment(src, count, distance, angle, d); }))
-            << src << " n" << count << " d" << distance << " a" << angle;
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Fragment(a..., count, distance, angle); },
+                                         [&](std::vector<uint8_t> d) { return DirectFragment(src, count, distance, angle, d); }))
+            << " n" << count << " d" << distance << " a" << angle;
     }
 }
 
@@ -73,11 +71,11 @@ TEST(Fragment, StraightDown) {
 }
 
 TEST(Fragment, RefusedArgumentsWriteNothing) {
-    Image src = vtest::RandomImage(6, 4, 2);
-    Image dst(6, 4, 2, 0, 0x21);
-    Fragment(src.data(), dst.data(), 6, 4, src.stride, 3, 2, 0.0);  // two bytes per pixel
-    Fragment(src.data(), dst.data(), 12, 4, src.stride, 0, 2, 0.0);  // Count 0
-    EXPECT_TRUE(vtest::AllBytes(dst.bytes, 0x21));
+    const Image src = vtest::RandomImage(6, 4, 2);
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
+        [&](uint8_t* d) { Fragment(src.data(), d, 6, 4, src.stride, 3, 2, 0.0); },   // two bytes per pixel
+        [&](uint8_t* d) { Fragment(src.data(), d, 12, 4, src.stride, 0, 2, 0.0); },  // Count 0
+    }));
 }
 
 }  // namespace
