@@ -51,11 +51,9 @@ Image RandomShape(int channels, int maxSide, bool smooth, int width = 0) {
 // Separate Dest (its padding and the fourth bytes kept), in place, and Src
 // unchanged, on the path the fixture allows.
 void Check(const Image& src, int radius, int percent) {
-    EXPECT_TRUE(vtest::MatchesBothWays(
-        src, Image(src.width, src.height, src.channels, src.stride - src.width * src.channels, 0x5A),
-        [&](const uint8_t* s, uint8_t* d) { MedianBlur(s, d, src.width, src.height, src.stride, radius, percent); },
-        [&](std::vector<uint8_t> d) { return Reference(src, d, radius, percent); }))
-        << src << " radius " << radius << " percent " << percent;
+    EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { MedianBlur(a..., radius, percent); },
+                                     [&](std::vector<uint8_t> d) { return Reference(src, d, radius, percent); }))
+        << " radius " << radius << " percent " << percent;
 }
 
 TEST_P(MedianBlurPaths, MatchesDirectRankOnRandomImages) {
@@ -73,24 +71,6 @@ TEST_P(MedianBlurPaths, MatchesDirectRankOnRandomImages) {
     // to slide, go stale and be rebuilt many times.
     for (auto [radius, percent] : {std::pair{20, 0}, {20, 100}, {127, 37}, {127, 50}})
         Check(vtest::RandomImage(vtest::RandomInt(150, 260), vtest::RandomInt(2, 4), 1, 3), radius, percent);
-}
-
-TEST(MedianBlur, ExtremesAndCornerOutlier) {
-    // A bright corner pixel counts four times among the nine samples of its
-    // radius-1 neighbourhood: the median removes it, the maximum keeps it.
-    Image src(5, 4, 1, 0, 10);
-    src.at(0, 0) = 250;
-    Image dst(5, 4, 1, 0, 0);
-    Filter(src, dst.data(), 1, 50);
-    EXPECT_EQ(dst.at(0, 0), 10);
-    Filter(src, dst.data(), 1, 100);
-    EXPECT_EQ(dst.at(0, 0), 250);
-    EXPECT_EQ(dst.at(1, 1), 250);
-    EXPECT_EQ(dst.at(2, 2), 10);
-    src.at(3, 2) = 3;
-    Filter(src, dst.data(), 1, 0);
-    EXPECT_EQ(dst.at(4, 3), 3);
-    EXPECT_EQ(dst.at(0, 0), 10);
 }
 
 TEST(MedianBlur, PercentOutsideContract) {
