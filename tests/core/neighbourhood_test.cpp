@@ -21,9 +21,6 @@ TEST(SlidingHistogram, AddAndSubtractWrapModulo65536) {
         for (int i = 0; i < 256; ++i) acc[i] = start[i];
         velomar::HistogramSub(acc.data(), hist.data());
         for (int i = 0; i < 256; ++i) ASSERT_EQ(acc[i], uint16_t((start[i] - hist[i] + 65536) % 65536)) << "bin " << i;
-        // Adding what was subtracted restores the accumulator.
-        velomar::HistogramAdd(acc.data(), hist.data());
-        for (int i = 0; i < 256; ++i) ASSERT_EQ(acc[i], start[i]) << "bin " << i;
     }
 }
 
