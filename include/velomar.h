@@ -104,6 +104,26 @@ VL_API VL_Status VL_CALL VL_FreeMatrix(Matrix** Ref);
 VL_API VL_Status VL_CALL GetPadImage(const Matrix* Src, Matrix** Out, int32_t Left, int32_t Right,
                                   int32_t Top, int32_t Bottom, int32_t EdgeMode);
 
+/* ---- Display (Windows only) -------------------------------------------- */
+
+#ifdef _WIN32
+/* Draws a 24-bit blue-green-red picture (rows padded to a multiple of 4 bytes,
+ * top row first) onto the device context DeviceContext (an HDC) with GDI's
+ * StretchDIBits. The destination rectangle is DestX, DestY, DestWidth,
+ * DestHeight (0 means the picture's own Width or Height); the source rectangle
+ * SrcX, SrcY (negative taken as 0), SrcWidth, SrcHeight (0 means the whole
+ * Width or Height; a negative size mirrors: -Width left to right, -Height top
+ * to bottom). Halftone exactly 1 stretches with HALFTONE, any other value with
+ * COLORONCOLOR. The device context's stretch mode is restored; returns what
+ * the restoring SetStretchBltMode returns: the mode used for the drawing (4
+ * HALFTONE or 3 COLORONCOLOR), or 0 if the restore failed. Nothing is
+ * validated and drawing errors are not reported. Not built on other systems. */
+VL_API int32_t VL_CALL Render(const unsigned char* Pixels, int32_t Width, int32_t Height,
+                              void* DeviceContext, int32_t DestX, int32_t DestY, int32_t DestWidth,
+                              int32_t DestHeight, int32_t SrcX, int32_t SrcY, int32_t SrcWidth,
+                              int32_t SrcHeight, uint8_t Halftone);
+#endif
+
 /* ---- Point operations -------------------------------------------------- */
 
 /* Complements every byte (alpha and row padding included). Any Channel 1..4;
@@ -214,6 +234,39 @@ VL_API void VL_CALL GuassBlur(const unsigned char* Src, unsigned char* Dest, int
  * untouched); borders replicate. Constant time in Radius. */
 VL_API void VL_CALL MedianBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
                                int32_t Height, int32_t Stride, int32_t Radius, int32_t Percent);
+
+/* Motion blur: every pixel becomes the mean of the picture along a segment of
+ * Distance pixels centred on it, at Angle degrees (counter-clockwise as seen
+ * on screen: 0 is horizontal, 90 vertical). The segment is sampled every
+ * quarter pixel and each sample shared bilinearly among the four pixels
+ * around it, so any angle and length give a smooth streak; the weights are
+ * the integer kernel GetMotionArray returns, and each result is rounded to
+ * the nearest level. Distance 0..1000 (0 copies Src), Angle finite, else Dest
+ * is left untouched. Borders by EdgeMode. Grey, three bytes per pixel, or
+ * four (all four bytes blurred alike); two bytes per pixel are not written. */
+VL_API void VL_CALL MotionBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                               int32_t Height, int32_t Stride, int32_t Distance, double Angle,
+                               int32_t EdgeMode);
+
+/* The kernel of MotionBlur: fills Kernel with Size * Size weights (rows top to
+ * bottom, the pixel itself in the middle, Size = 2 * ((Distance + 1) / 2) + 1)
+ * summing to exactly 65536, and returns Size. A null Kernel only returns the
+ * Size. Returns 0 and writes nothing for a Distance outside 0..1000 or a
+ * non-finite Angle. */
+VL_API int32_t VL_CALL GetMotionArray(int32_t* Kernel, int32_t Distance, double Angle);
+
+/* Linear blur: a one-sided trail. Every pixel becomes the mean of the picture
+ * along the segment from itself back Distance pixels against the direction
+ * Angle, so the picture is smeared toward Angle (90 drags it upward) while
+ * edges facing the other way stay sharp. Sampling, weights, rounding, ranges,
+ * borders and layouts as MotionBlur; Src may be Dest. */
+VL_API void VL_CALL LinearBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                               int32_t Height, int32_t Stride, int32_t Distance, double Angle,
+                               int32_t EdgeMode);
+
+/* Reserved entry point: returns at once without reading or writing anything. */
+VL_API void VL_CALL SurfaceBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
+                                int32_t Height, int32_t Stride, int32_t Radius, int32_t Threshold);
 
 /* ---- Edge-preserving smoothing and denoising ---------------------------- */
 

@@ -2,6 +2,8 @@
 // forms of the exports.
 #pragma once
 
+#include <vector>
+
 #include "core/core.h"
 
 namespace velomar {
@@ -27,6 +29,35 @@ void GuassBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                int32_t Stride, double Sigma);
 void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                 int32_t Stride, int32_t Radius, int32_t Percent);
+
+// ---- line kernels -------------------------------------------------------------
+
+// One pixel of a line kernel: its offset from the centre and its weight.
+struct LineTap {
+    int32_t dx, dy, weight;
+};
+// Line-kernel weights sum to exactly this; the blurs round (sum + half) / total.
+constexpr int32_t kLineKernelTotal = 65536;
+// Longest line the kernels take, in pixels.
+constexpr int32_t kMaxLineDistance = 1000;
+
+// The sub-pixel line kernel of the motion blur (Trailing false: a segment of
+// Distance pixels centred on the pixel) or of the linear blur (Trailing true:
+// the segment from the pixel back Distance pixels against the direction).
+// Angle is in degrees, counter-clockwise as seen on screen (0 points right,
+// 90 up). Samples a quarter pixel apart spread bilinearly over the pixels
+// around them; the weights are integers summing to kLineKernelTotal. Taps
+// come in row order, zero weights left out; Radius is the largest |dx| or
+// |dy|. Returns false (Taps empty) for Distance outside 0..kMaxLineDistance
+// or a non-finite Angle. Distance 0 is the identity.
+bool BuildLineKernel(int32_t Distance, double Angle, bool Trailing, std::vector<LineTap>& Taps,
+                     int32_t& Radius);
+
+int32_t GetMotionArray(int32_t* Kernel, int32_t Distance, double Angle);
+void MotionBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                int32_t Distance, double Angle, int32_t EdgeMode);
+void LinearBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
+                int32_t Distance, double Angle, int32_t EdgeMode);
 
 // The median row walk in 256-bit form (median_blur_avx2.cpp), same arguments
 // and results as the SSE2 walk; called where ActiveIsa() allows AVX2.

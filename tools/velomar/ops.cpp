@@ -1,5 +1,6 @@
 // The host's table of exports: one entry per export with its parameters,
 // defaults (chosen to show the effect on a photograph) and accepted layouts.
+#include <algorithm>
 #include <chrono>
 
 #include "host.h"
@@ -47,6 +48,24 @@ int PadImage(const Image& s, Image& d, const Values& v) {
         std::copy_n(out->Data + size_t(y) * out->WidthStep, size_t(out->Width) * out->Channel,
                     d.data() + size_t(y) * d.stride);
     VL_FreeMatrix(&out);
+    return STATUS_OK;
+}
+
+// The motion kernel as a grey picture: each weight scaled so that the largest
+// is white, every kernel cell an 8 x 8 block. Status 4 when the export refuses
+// the parameters.
+int MotionKernelPicture(const Image&, Image& d, const Values& v) {
+    const int side = GetMotionArray(nullptr, int(v[0]), v[1]);
+    if (side == 0) return STATUS_INVALID_PARAMETER;
+    std::vector<int32_t> kernel(size_t(side) * side);
+    GetMotionArray(kernel.data(), int(v[0]), v[1]);
+    const int32_t peak = std::max(1, *std::max_element(kernel.begin(), kernel.end()));
+    constexpr int kCell = 8;
+    d = Image(side * kCell, side * kCell, 1);
+    for (int y = 0; y < d.height; ++y)
+        for (int x = 0; x < d.width; ++x)
+            d.data()[size_t(y) * d.stride + x] =
+                uint8_t(int64_t(kernel[size_t(y / kCell) * side + x / kCell]) * 255 / peak);
     return STATUS_OK;
 }
 
@@ -198,6 +217,29 @@ std::vector<Op> BuildOps() {
          {{"Radius", kInt, 5, "half-size of the box (1..127)"}, {"Percent", kInt, 50, "rank in percent"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              MedianBlur(s, d, w, h, st, int(v[0]), int(v[1]));
+         })},
+        {"MotionBlur", "streak along an angle, centred on each pixel", kAnyLayout,
+         {{"Distance", kInt, 24, "streak length in pixels (0..1000)"},
+          {"Angle", kDouble, 30, "degrees counter-clockwise"},
+          {"EdgeMode", kInt, 1, edge}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             MotionBlur(s, d, w, h, st, int(v[0]), v[1], int(v[2]));
+         })},
+        {"LinearBlur", "one-sided trail: smears the picture toward the angle", kAnyLayout,
+         {{"Distance", kInt, 24, "trail length in pixels (0..1000)"},
+          {"Angle", kDouble, 0, "direction in degrees counter-clockwise"},
+          {"EdgeMode", kInt, 1, edge}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             LinearBlur(s, d, w, h, st, int(v[0]), v[1], int(v[2]));
+         })},
+        {"GetMotionArray", "the motion blur's line kernel, enlarged (white is the largest weight)", kAnyLayout,
+         {{"Distance", kInt, 15, "streak length in pixels (0..1000)"},
+          {"Angle", kDouble, 30, "degrees counter-clockwise"}},
+         MotionKernelPicture},
+        {"SurfaceBlur", "reserved entry point: leaves the picture as it is", kAnyLayout,
+         {{"Radius", kInt, 5, "unused"}, {"Threshold", kInt, 20, "unused"}},
+         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
+             SurfaceBlur(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
         // ---- Edge-preserving smoothing and denoising
         {"BilateralFilter", "edge-preserving smoothing by range levels", kAnyLayout,
