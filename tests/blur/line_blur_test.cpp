@@ -1,0 +1,175 @@
+// Motion and linear blurs: the line kernels against a floating-point
+// construction and hand-derived cases, the blurs against the kernel applied
+// by a plain loop.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "blur/blur.h"
+#include "common/reference.h"
+
+namespace {
+
+using vtest::RandomInt;
+using velomar::LineTap;
+
+std::vector<LineTap> Kernel(int distance, double angle, bool trailing) {
+    std::vector<LineTap> taps;
+    int32_t radius = -1;
+    EXPECT_TRUE(velomar::BuildLineKernel(distance, angle, trailing, taps, radius));
+    return taps;
+}
+
+std::map<std::pair<int, int>, int> AsMap(const std::vector<LineTap>& taps, int shiftX = 0, int shiftY = 0) {
+    std::map<std::pair<int, int>, int> m;
+    for (const LineTap& t : taps) m[{t.dx + shiftX, t.dy + shiftY}] = t.weight;
+    return m;
+}
+
+// The same samples in double precision: quarter-pixel steps along
+// (cos, -sin), each split bilinearly, normalised to 65536.
+std::map<std::pair<int, int>, double> FloatKernel(int distance, double angle, bool trailing) {
+    const double a = angle * std::acos(-1.0) / 180.0, ux = std::cos(a), uy = -std::sin(a);
+    const int n = 4 * distance;
+    std::map<std::pair<int, int>, double> m;
+    for (int k = 0; k < n; ++k) {
+        const double t = (2 * k + 1 - (trailing ? 2 * n : n)) / 8.0, x = t * ux, y = t * uy;
+        const int ix = int(std::floor(x)), iy = int(std::floor(y));
+        const double fx = x - ix, fy = y - iy;
+        m[{ix, iy}] += (1 - fx) * (1 - fy) * 65536 / n;
+        m[{ix + 1, iy}] += fx * (1 - fy) * 65536 / n;
+        m[{ix, iy + 1}] += (1 - fx) * fy * 65536 / n;
+        m[{ix + 1, iy + 1}] += fx * fy * 65536 / n;
+    }
+    return m;
+}
+
+TEST(LineKernel, HandDerivedCasesAndFloatConstruction) {
+    // Two pixels horizontally: the quarter-pixel samples pile up as 1 : 2 : 1.
+    using M = std::map<std::pair<int, int>, int>;
+    EXPECT_EQ(AsMap(Kernel(2, 0, false)), (M{{{-1, 0}, 16384}, {{0, 0}, 32768}, {{1, 0}, 16384}}));
+    EXPECT_EQ(AsMap(Kernel(2, 90, false)), (M{{{0, -1}, 16384}, {{0, 0}, 32768}, {{0, 1}, 16384}}));
+    EXPECT_EQ(AsMap(Kernel(1, 0, false)), (M{{{-1, 0}, 8192}, {{0, 0}, 49152}, {{1, 0}, 8192}}));
+    EXPECT_EQ(AsMap(Kernel(0, 17, true)), (M{{{0, 0}, 65536}}));
+    // Three pixels: shares 4 : 3.5 : 0.5 of 12 on each side; the three units
+    // the shares round away go to the largest remainders, earlier cells first.
+    EXPECT_EQ(AsMap(Kernel(3, 0, false)),
+              (M{{{-2, 0}, 2731}, {{-1, 0}, 19115}, {{0, 0}, 21845}, {{1, 0}, 19115}, {{2, 0}, 2730}}));
+    for (int trial = 0; trial < 60; ++trial) {
+        const int d = RandomInt(1, 40);
+        const double angle = RandomInt(-720, 720) + RandomInt(0, 99) / 100.0;
+        const bool trailing = trial % 2;
+        const std::vector<LineTap> taps = Kernel(d, angle, trailing);
+        int sum = 0;
+        const auto reference = FloatKernel(d, angle, trailing);
+        for (const LineTap& t : taps) {
+            sum += t.weight;
+            EXPECT_GT(t.weight, 0);
+            const auto it = reference.find({t.dx, t.dy});
+            const double expected = it == reference.end() ? 0.0 : it->second;
+            EXPECT_NEAR(t.weight, expected, 64) << "d " << d << " angle " << angle << " at " << t.dx << "," << t.dy;
+        }
+        EXPECT_EQ(sum, 65536) << "d " << d << " angle " << angle;
+        // Whole turns change nothing; the centred streak is the same line half a turn on.
+        EXPECT_EQ(AsMap(taps), AsMap(Kernel(d, angle + 360, trailing)));
+        if (!trailing) {
+            EXPECT_EQ(AsMap(taps), AsMap(Kernel(d, angle - 180, false)));
+        }
+    }
+    // Along an axis an even trail is the centred streak moved back by half its length.
+    for (int d : {2, 6, 30})
+        for (int q = 0; q < 4; ++q) {
+            const int bx[4] = {-1, 0, 1, 0}, by[4] = {0, 1, 0, -1};  // "back" for 0, 90, 180, 270
+            EXPECT_EQ(AsMap(Kernel(d, 90 * q, true)), AsMap(Kernel(d, 90 * q, false), bx[q] * d / 2, by[q] * d / 2))
+                << "d " << d << " angle " << 90 * q;
+        }
+}
+
+TEST(GetMotionArray, DenseSquareAndRefusals) {
+    for (int d : {0, 1, 2, 7, 40, 1000}) {
+        const double angle = RandomInt(0, 3599) / 10.0;
+        const int side = GetMotionArray(nullptr, d, angle);
+        ASSERT_EQ(side, 2 * ((d + 1) / 2) + 1);
+        std::vector<int32_t> dense(size_t(side) * side + 1, -7);
+        ASSERT_EQ(GetMotionArray(dense.data(), d, angle), side);
+        EXPECT_EQ(dense.back(), -7) << "wrote past the square";
+        std::map<std::pair<int, int>, int> nonzero;
+        for (int y = 0; y < side; ++y)
+            for (int x = 0; x < side; ++x)
+                if (int w = dense[size_t(y) * side + x]) nonzero[{x - side / 2, y - side / 2}] = w;
+        EXPECT_EQ(nonzero, AsMap(Kernel(d, angle, false))) << "d " << d;
+    }
+    int32_t untouched[4] = {5, 5, 5, 5};
+    for (auto [d, angle] : {std::pair{-1, 0.0}, {1001, 0.0}, {5, std::nan("")},
+                            {5, std::numeric_limits<double>::infinity()}}) {
+        EXPECT_EQ(GetMotionArray(untouched, d, angle), 0);
+        EXPECT_EQ(untouched[0], 5);
+    }
+}
+
+// The kernel applied by a plain loop: rounded weighted sum over the mapped
+// positions, Channels bytes per pixel (1, 4, else 3).
+std::vector<uint8_t> Direct(const vtest::Image& src, std::vector<uint8_t> dest, const std::vector<LineTap>& taps,
+                            int edge) {
+    const int w = src.width, h = src.height, bpp = src.stride / w, c = bpp == 1 ? 1 : (bpp == 4 ? 4 : 3);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int k = 0; k < c; ++k) {
+                int64_t sum = 32768;
+                for (const LineTap& t : taps)
+                    sum += int64_t(t.weight) *
+                           src.bytes[vtest::Offset(src, vtest::MapEdge(x + t.dx, w, edge), vtest::MapEdge(y + t.dy, h, edge), c, k)];
+                dest[vtest::Offset(src, x, y, c, k)] = uint8_t(sum >> 16);
+            }
+    return dest;
+}
+
+TEST(LineBlurs, MatchTheKernelAppliedDirectly) {
+    for (int trial = 0; trial < 48; ++trial) {
+        const vtest::Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 30);
+        // Lengths past the picture's size fold the reflected border.
+        const int d = RandomInt(0, 3) == 0 ? RandomInt(40, 120) : RandomInt(0, 12), edge = RandomInt(0, 1);
+        const double angle = RandomInt(-400, 400) * 0.9;
+        std::vector<int32_t> dense(size_t(GetMotionArray(nullptr, d, angle)) * GetMotionArray(nullptr, d, angle));
+        const int side = GetMotionArray(dense.data(), d, angle);
+        std::vector<LineTap> motion;
+        for (int i = 0; i < side * side; ++i)
+            if (dense[i]) motion.push_back({i % side - side / 2, i / side - side / 2, dense[i]});
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { MotionBlur(a..., d, angle, edge); },
+                                         [&](std::vector<uint8_t> out) { return Direct(src, out, motion, edge); }))
+            << "motion d " << d << " angle " << angle << " edge " << edge;
+        const std::vector<LineTap> trail = Kernel(d, angle, true);
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { LinearBlur(a..., d, angle, edge); },
+                                         [&](std::vector<uint8_t> out) { return Direct(src, out, trail, edge); }))
+            << "linear d " << d << " angle " << angle << " edge " << edge;
+    }
+}
+
+TEST(LineBlurs, TrailRunsTowardTheAngle) {
+    // One bright pixel on black: a trail drawn upward (90 degrees) lights
+    // only pixels of its column at or above it.
+    vtest::Image dot = vtest::Flat(vtest::Image(9, 9, 1), 0), out = dot;
+    dot.at(4, 6) = 255;
+    LinearBlur(dot.data(), out.data(), 9, 9, 9, 4, 90, EDGE_REPLICATE);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 9; ++x)
+            EXPECT_EQ(out.at(x, y) != 0, x == 4 && y <= 6 && y >= 2) << x << "," << y;
+}
+
+TEST(LineBlurs, RefusedCallsAndSurfaceBlurWriteNothing) {
+    const vtest::Image src = vtest::RandomImage(6, 5, 3, 2), two = vtest::RandomImage(6, 5, 2);
+    const vtest::Image dest = vtest::DestFor(src);
+    EXPECT_TRUE(vtest::WritesNothing(
+        dest, {[&](uint8_t* d) { MotionBlur(src.data(), d, 6, 5, src.stride, -1, 0, 0); },
+               [&](uint8_t* d) { LinearBlur(src.data(), d, 6, 5, src.stride, 1001, 0, 0); },
+               [&](uint8_t* d) { MotionBlur(src.data(), d, 6, 5, src.stride, 3, std::nan(""), 1); },
+               [&](uint8_t* d) { LinearBlur(two.data(), d, 6, 5, two.stride, 3, 10, 1); },
+               [&](uint8_t* d) { MotionBlur(src.data(), d, 0, 5, src.stride, 3, 10, 1); },
+               [&](uint8_t* d) { SurfaceBlur(src.data(), d, 6, 5, src.stride, 3, 10); }}));
+}
+
+}  // namespace
