@@ -51,12 +51,26 @@ typedef int32_t VL_Status;
 #ifndef Status
 typedef VL_Status Status;
 #endif
-#define STATUS_OK                0
-#define STATUS_OUT_OF_MEMORY     1
-#define STATUS_NULL_REFERENCE    3
-#define STATUS_INVALID_PARAMETER 4
-#define STATUS_SIZE_MISMATCH     5
-#define STATUS_NOT_SUPPORTED     8
+/* The codes, under VL_ names and short names. Windows' winnt.h and ntstatus.h
+ * define STATUS_INVALID_PARAMETER and STATUS_NOT_SUPPORTED as NTSTATUS codes:
+ * include <windows.h> first and those two short names stay Windows' (the VL_
+ * names always hold this library's codes). */
+#define VL_STATUS_OK                0
+#define VL_STATUS_OUT_OF_MEMORY     1
+#define VL_STATUS_NULL_REFERENCE    3
+#define VL_STATUS_INVALID_PARAMETER 4
+#define VL_STATUS_SIZE_MISMATCH     5
+#define VL_STATUS_NOT_SUPPORTED     8
+#define STATUS_OK                VL_STATUS_OK
+#define STATUS_OUT_OF_MEMORY     VL_STATUS_OUT_OF_MEMORY
+#define STATUS_NULL_REFERENCE    VL_STATUS_NULL_REFERENCE
+#ifndef STATUS_INVALID_PARAMETER
+#  define STATUS_INVALID_PARAMETER VL_STATUS_INVALID_PARAMETER
+#endif
+#define STATUS_SIZE_MISMATCH     VL_STATUS_SIZE_MISMATCH
+#ifndef STATUS_NOT_SUPPORTED
+#  define STATUS_NOT_SUPPORTED   VL_STATUS_NOT_SUPPORTED
+#endif
 
 /* Element type codes (Matrix.Depth) and their sizes in bytes. */
 #define DEPTH_8U  0 /* 1 */
