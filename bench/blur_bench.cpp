@@ -1,4 +1,7 @@
-// Box and recursive Gaussian blurs against cv::blur and cv::GaussianBlur.
+// Box and recursive Gaussian blurs against cv::blur and cv::GaussianBlur; the
+// motion and linear blurs against cv::filter2D with the same line kernel.
+#include <vector>
+
 #include "bench_util.h"
 #include "velomar.h"
 
@@ -33,6 +36,28 @@ struct Registrar {
                     const int k = (int(6 * sigma + 1)) | 1;
                     cv::Mat out = vbench::AsMat(d);
                     cv::GaussianBlur(vbench::AsMat(s), out, cv::Size(k, k), sigma, sigma);
+                });
+#endif
+            }
+            for (int distance : {10, 40}) {
+                const std::string key = "MotionBlur/" + layout + "/d" + std::to_string(distance);
+                vbench::Register(key, c, [distance](Image& s, Image& d) {
+                    MotionBlur(s.data(), d.data(), s.width, s.height, s.stride, distance, 30, EDGE_REFLECT);
+                });
+                vbench::Register("LinearBlur/" + layout + "/d" + std::to_string(distance), c,
+                                 [distance](Image& s, Image& d) {
+                                     LinearBlur(s.data(), d.data(), s.width, s.height, s.stride, distance, 30,
+                                                EDGE_REFLECT);
+                                 });
+#if VELOMAR_HAVE_OPENCV
+                const int side = GetMotionArray(nullptr, distance, 30);
+                cv::Mat kernel(side, side, CV_32F);
+                std::vector<int32_t> weights(size_t(side) * side);
+                GetMotionArray(weights.data(), distance, 30);
+                for (int i = 0; i < side * side; ++i) kernel.at<float>(i / side, i % side) = weights[i] / 65536.0f;
+                vbench::RegisterPeer(key, "cv::filter2D", c, [kernel](Image& s, Image& d) {
+                    cv::Mat out = vbench::AsMat(d);
+                    cv::filter2D(vbench::AsMat(s), out, -1, kernel, cv::Point(-1, -1), 0, cv::BORDER_REFLECT_101);
                 });
 #endif
             }
