@@ -1,9 +1,12 @@
 // Recursive Gaussian: a third-order filter run forwards then backwards along
 // every row, then along every column; the cost per sample does not depend on
 // Sigma.
+#include <immintrin.h>
+
 #include <cmath>
 
 #include "blur/blur.h"
+#include "core/cpu.h"
 
 namespace velomar {
 
@@ -59,118 +62,6 @@ void FilterLine(const GaussCoefficients& g, int32_t n, double* w, double* y, Loa
 
 inline uint8_t LowByte(double v) { return static_cast<uint8_t>(TruncToInt(v)); }
 
-// ---- sixteen lines at once -------------------------------------------------------
-//
-// Sixteen independent lines are filtered together, two per vector of doubles;
-// each lane follows the line recursion above step for step (the same products
-// and additions in the same order), so the results are the same. The forward
-// buffer holds 16 doubles per position; the backward results overwrite it
-// position by position (a forward value is read for the last time just before
-// the backward value of its position is written).
-
-constexpr int kLanes = 16;
-constexpr int kVectors = kLanes / 2;
-
-// Sixteen bytes at p as eight vectors of two doubles.
-inline void BytesToDoubles(const uint8_t* p, __m128d x[kVectors]) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
-    const __m128i q[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
-                          _mm_unpacklo_epi16(hi, zero), _mm_unpackhi_epi16(hi, zero)};
-    for (int j = 0; j < 4; ++j) {
-        x[2 * j] = _mm_cvtepi32_pd(q[j]);
-        x[2 * j + 1] = _mm_cvtepi32_pd(_mm_shuffle_epi32(q[j], _MM_SHUFFLE(3, 2, 3, 2)));
-    }
-}
-
-// Truncates sixteen doubles toward zero and stores the low bytes at p.
-inline void DoublesToBytes(const __m128d y[kVectors], uint8_t* p) {
-    const __m128i mask = _mm_set1_epi32(0xFF);
-    __m128i q[4];
-    for (int j = 0; j < 4; ++j)
-        q[j] = _mm_and_si128(_mm_unpacklo_epi64(_mm_cvttpd_epi32(y[2 * j]), _mm_cvttpd_epi32(y[2 * j + 1])), mask);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
-                     _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], q[3])));
-}
-
-// Lines of bytes: sample i of lane l at in + i * step + l.
-struct ByteLanes {
-    const uint8_t* in;
-    uint8_t* out;
-    ptrdiff_t step;
-    void Load(int32_t i, __m128d x[kVectors]) const { BytesToDoubles(in + i * step, x); }
-    void Store(int32_t i, const __m128d y[kVectors]) const { DoublesToBytes(y, out + i * step); }
-};
-
-// Lines of doubles running down sixteen adjacent columns.
-struct DoubleColumns {
-    const double* in;
-    double* out;
-    ptrdiff_t step;
-    void Load(int32_t i, __m128d x[kVectors]) const {
-        for (int j = 0; j < kVectors; ++j) x[j] = _mm_loadu_pd(in + i * step + 2 * j);
-    }
-    void Store(int32_t i, const __m128d y[kVectors]) const {
-        for (int j = 0; j < kVectors; ++j) _mm_storeu_pd(out + i * step + 2 * j, y[j]);
-    }
-};
-
-// Lines of doubles along sixteen rows.
-struct DoubleRows {
-    const double* in[kLanes];
-    double* out[kLanes];
-    void Load(int32_t i, __m128d x[kVectors]) const {
-        for (int j = 0; j < kVectors; ++j) x[j] = _mm_loadh_pd(_mm_load_sd(in[2 * j] + i), in[2 * j + 1] + i);
-    }
-    void Store(int32_t i, const __m128d y[kVectors]) const {
-        for (int j = 0; j < kVectors; ++j) {
-            _mm_store_sd(out[2 * j] + i, y[j]);
-            _mm_storeh_pd(out[2 * j + 1] + i, y[j]);
-        }
-    }
-};
-
-// w: (n + 6) * 16 doubles.
-template <class Lanes>
-void FilterLanes(const GaussCoefficients& g, int32_t n, double* w, const Lanes& lanes) {
-    const __m128d B = _mm_set1_pd(g.B), c1 = _mm_set1_pd(g.c1), c2 = _mm_set1_pd(g.c2), c3 = _mm_set1_pd(g.c3);
-    __m128d x[kVectors], prev[kVectors];
-    lanes.Load(0, x);
-    for (int j = 0; j < kVectors; ++j) {
-        _mm_store_pd(w + 2 * j, x[j]);
-        _mm_store_pd(w + kLanes + 2 * j, x[j]);
-        _mm_store_pd(w + 2 * kLanes + 2 * j, x[j]);
-        prev[j] = x[j];
-    }
-    for (int32_t i = 3; i < n + 6; ++i) {
-        if (i < n + 3) lanes.Load(i - 3, x);  // then the last sample three more times
-        double* wi = w + size_t(i) * kLanes;
-        for (int j = 0; j < kVectors; ++j) {
-            __m128d v = _mm_mul_pd(B, x[j]);
-            v = _mm_add_pd(v, _mm_mul_pd(c1, prev[j]));
-            v = _mm_add_pd(v, _mm_mul_pd(c2, _mm_load_pd(wi - 2 * kLanes + 2 * j)));
-            v = _mm_add_pd(v, _mm_mul_pd(c3, _mm_load_pd(wi - 3 * kLanes + 2 * j)));
-            _mm_store_pd(wi + 2 * j, v);
-            prev[j] = v;
-        }
-    }
-    // Backward: positions n + 3 .. n + 5 keep their forward values.
-    for (int j = 0; j < kVectors; ++j) prev[j] = _mm_load_pd(w + size_t(n + 3) * kLanes + 2 * j);
-    for (int32_t i = n + 2; i >= 3; --i) {
-        double* wi = w + size_t(i) * kLanes;
-        for (int j = 0; j < kVectors; ++j) {
-            __m128d v = _mm_mul_pd(B, _mm_load_pd(wi + 2 * j));
-            v = _mm_add_pd(v, _mm_mul_pd(c1, prev[j]));
-            v = _mm_add_pd(v, _mm_mul_pd(c2, _mm_load_pd(wi + 2 * kLanes + 2 * j)));
-            v = _mm_add_pd(v, _mm_mul_pd(c3, _mm_load_pd(wi + 3 * kLanes + 2 * j)));
-            _mm_store_pd(wi + 2 * j, v);
-            prev[j] = v;
-        }
-        lanes.Store(i - 3, prev);
-    }
-}
-
 // 16 x 16 byte transpose.
 void Transpose16(const __m128i in[16], __m128i out[16]) {
     __m128i a[16], b[16], c[16];
@@ -196,29 +87,203 @@ void Transpose16(const __m128i in[16], __m128i out[16]) {
         }
 }
 
-// Bytes 0 .. n-1 of sixteen rows into t (n rows of 16 bytes), and back.
-void RowsToLanes(const uint8_t* const rows[16], int32_t n, uint8_t* t) {
+// Bytes 0 .. n-1 of sixteen rows into t (sample j of row r at t[j * Pitch + r]),
+// and back.
+inline void RowsToLanes(const uint8_t* const rows[16], int32_t n, int32_t Pitch, uint8_t* t) {
     int32_t j = 0;
     for (; j + 16 <= n; j += 16) {
         __m128i in[16], out[16];
         for (int r = 0; r < 16; ++r) in[r] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[r] + j));
         Transpose16(in, out);
-        for (int k = 0; k < 16; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(t + size_t(j + k) * 16), out[k]);
+        for (int k = 0; k < 16; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(t + size_t(j + k) * Pitch), out[k]);
     }
     for (; j < n; ++j)
-        for (int r = 0; r < 16; ++r) t[size_t(j) * 16 + r] = rows[r][j];
+        for (int r = 0; r < 16; ++r) t[size_t(j) * Pitch + r] = rows[r][j];
 }
 
-void LanesToRows(const uint8_t* t, int32_t n, uint8_t* const rows[16]) {
+inline void LanesToRows(const uint8_t* t, int32_t n, int32_t Pitch, uint8_t* const rows[16]) {
     int32_t j = 0;
     for (; j + 16 <= n; j += 16) {
         __m128i in[16], out[16];
-        for (int k = 0; k < 16; ++k) in[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + size_t(j + k) * 16));
+        for (int k = 0; k < 16; ++k)
+            in[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + size_t(j + k) * Pitch));
         Transpose16(in, out);
         for (int r = 0; r < 16; ++r) _mm_storeu_si128(reinterpret_cast<__m128i*>(rows[r] + j), out[r]);
     }
     for (; j < n; ++j)
-        for (int r = 0; r < 16; ++r) rows[r][j] = t[size_t(j) * 16 + r];
+        for (int r = 0; r < 16; ++r) rows[r][j] = t[size_t(j) * Pitch + r];
+}
+
+// ---- many lines at once, per instruction set --------------------------------------
+
+namespace sse2 {
+
+struct Lanes {
+    using D = __m128d;
+    static constexpr int32_t kPer = 2;
+    static D Set1(double v) { return _mm_set1_pd(v); }
+    static D Add(D a, D b) { return _mm_add_pd(a, b); }
+    static D Mul(D a, D b) { return _mm_mul_pd(a, b); }
+    static D Load(const double* p) { return _mm_loadu_pd(p); }
+    static void Store(double* p, D v) { _mm_storeu_pd(p, v); }
+    static void FromBytes(const uint8_t* p, D x[8]) {
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
+        const __m128i q[4] = {_mm_unpacklo_epi16(lo, zero), _mm_unpackhi_epi16(lo, zero),
+                              _mm_unpacklo_epi16(hi, zero), _mm_unpackhi_epi16(hi, zero)};
+        for (int j = 0; j < 4; ++j) {
+            x[2 * j] = _mm_cvtepi32_pd(q[j]);
+            x[2 * j + 1] = _mm_cvtepi32_pd(_mm_shuffle_epi32(q[j], _MM_SHUFFLE(3, 2, 3, 2)));
+        }
+    }
+    static void ToBytes(const D y[8], uint8_t* p) {
+        const __m128i mask = _mm_set1_epi32(0xFF);
+        __m128i q[4];
+        for (int j = 0; j < 4; ++j)
+            q[j] = _mm_and_si128(_mm_unpacklo_epi64(_mm_cvttpd_epi32(y[2 * j]), _mm_cvttpd_epi32(y[2 * j + 1])), mask);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
+                         _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], q[3])));
+    }
+};
+
+#include "blur/gauss_lanes.inc"
+
+// Lines of doubles running down kLanes adjacent columns.
+struct DoubleColumns {
+    double* base;
+    ptrdiff_t step;
+    void Load(int32_t i, __m128d x[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) x[j] = _mm_loadu_pd(base + i * step + 2 * j);
+    }
+    void Store(int32_t i, const __m128d y[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) _mm_storeu_pd(base + i * step + 2 * j, y[j]);
+    }
+};
+
+// Lines of doubles along kLanes rows.
+struct DoubleRows {
+    const double* in[kLanes];
+    double* out[kLanes];
+    void Load(int32_t i, __m128d x[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) x[j] = _mm_loadh_pd(_mm_load_sd(in[2 * j] + i), in[2 * j + 1] + i);
+    }
+    void Store(int32_t i, const __m128d y[kVectors]) const {
+        for (int j = 0; j < kVectors; ++j) {
+            _mm_store_sd(out[2 * j] + i, y[j]);
+            _mm_storeh_pd(out[2 * j + 1] + i, y[j]);
+        }
+    }
+};
+
+}  // namespace sse2
+
+#if VELOMAR_WIDE_PATHS
+
+#pragma GCC push_options
+#pragma GCC target("avx2")
+namespace avx2 {
+
+struct Lanes {
+    using D = __m256d;
+    static constexpr int32_t kPer = 4;
+    static D Set1(double v) { return _mm256_set1_pd(v); }
+    static D Add(D a, D b) { return _mm256_add_pd(a, b); }
+    static D Mul(D a, D b) { return _mm256_mul_pd(a, b); }
+    static D Load(const double* p) { return _mm256_loadu_pd(p); }
+    static void Store(double* p, D v) { _mm256_storeu_pd(p, v); }
+    static void FromBytes(const uint8_t* p, D x[8]) {
+        for (int h = 0; h < 2; ++h) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * h));
+            x[4 * h] = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(v));
+            x[4 * h + 1] = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_srli_si128(v, 4)));
+            x[4 * h + 2] = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_srli_si128(v, 8)));
+            x[4 * h + 3] = _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_srli_si128(v, 12)));
+        }
+    }
+    static void ToBytes(const D y[8], uint8_t* p) {
+        const __m128i mask = _mm_set1_epi32(0xFF);
+        for (int h = 0; h < 2; ++h) {
+            __m128i q[4];
+            for (int j = 0; j < 4; ++j) q[j] = _mm_and_si128(_mm256_cvttpd_epi32(y[4 * h + j]), mask);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16 * h),
+                             _mm_packus_epi16(_mm_packs_epi32(q[0], q[1]), _mm_packs_epi32(q[2], q[3])));
+        }
+    }
+};
+
+#include "blur/gauss_lanes.inc"
+
+}  // namespace avx2
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx512f")
+// GCC 12's AVX-512 conversion intrinsics start from an undefined vector that
+// it then reports as uninitialised; nothing here reads it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+namespace avx512 {
+
+struct Lanes {
+    using D = __m512d;
+    static constexpr int32_t kPer = 8;
+    static D Set1(double v) { return _mm512_set1_pd(v); }
+    static D Add(D a, D b) { return _mm512_add_pd(a, b); }
+    static D Mul(D a, D b) { return _mm512_mul_pd(a, b); }
+    static D Load(const double* p) { return _mm512_loadu_pd(p); }
+    static void Store(double* p, D v) { _mm512_storeu_pd(p, v); }
+    static void FromBytes(const uint8_t* p, D x[8]) {
+        for (int j = 0; j < 8; ++j)
+            x[j] = _mm512_cvtepi32_pd(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + 8 * j))));
+    }
+    // The truncating narrow keeps the low byte of each truncated value.
+    static void ToBytes(const D y[8], uint8_t* p) {
+        for (int j = 0; j < 4; ++j) {
+            const __m512i q = _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvttpd_epi32(y[2 * j])),
+                                                 _mm512_cvttpd_epi32(y[2 * j + 1]), 1);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16 * j), _mm512_cvtepi32_epi8(q));
+        }
+    }
+};
+
+#include "blur/gauss_lanes.inc"
+
+}  // namespace avx512
+#pragma GCC diagnostic pop
+#pragma GCC pop_options
+
+#endif
+
+// The row and column passes of the 8-bit blur in blocks of lines, each block
+// through the widest path the dispatcher allows whose lane count it fills
+// (the last rows or columns through narrower ones); every path gives the
+// same bytes.
+struct LanePath {
+    int32_t lanes;
+    void (*rows)(const GaussCoefficients&, const uint8_t* const*, uint8_t* const*, int32_t, int32_t, double*,
+                 uint8_t*);
+    void (*columns)(const GaussCoefficients&, uint8_t*, int32_t, int32_t, double*);
+};
+
+int32_t AllowedPaths(LanePath paths[3]) {
+    int32_t count = 0;
+#if VELOMAR_WIDE_PATHS
+    const Isa isa = ActiveIsa();
+    if (isa >= Isa::Avx512) paths[count++] = {avx512::kLanes, avx512::FilterByteRows, avx512::FilterByteColumns};
+    if (isa >= Isa::Avx2) paths[count++] = {avx2::kLanes, avx2::FilterByteRows, avx2::FilterByteColumns};
+#endif
+    paths[count++] = {sse2::kLanes, sse2::FilterByteRows, sse2::FilterByteColumns};
+    return count;
+}
+
+// The widest allowed path whose lanes fit in `remaining` lines, else the
+// narrowest.
+const LanePath& PathFor(const LanePath* paths, int32_t count, int32_t remaining) {
+    for (int32_t k = 0; k < count; ++k)
+        if (paths[k].lanes <= remaining) return paths[k];
+    return paths[count - 1];
 }
 
 }  // namespace
@@ -238,30 +303,37 @@ void GuassBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
     if (C == 3 && !ThreeBytesFit(Width, Stride)) return;
     const GaussCoefficients g = MakeCoefficients(Sigma);
     const int32_t n = Width * C;
+    LanePath paths[3];
+    const int32_t count = AllowedPaths(paths);
+    const int32_t maxLanes = paths[0].lanes;
     {
-        // Rows, sixteen at a time through a transposed copy (rows past the
+        // Rows, a block at a time through a transposed copy (rows past the
         // last are read as zeros and written to a scratch row).
-        Buffer<double> w((size_t(Width) + 6) * kLanes);
-        Buffer<uint8_t> t(size_t(n) * kLanes);
+        Buffer<double> w((size_t(Width) + 6) * maxLanes);
+        Buffer<uint8_t> t(size_t(n) * maxLanes);
         Buffer<uint8_t> spare(size_t(n), true), sink{size_t(n)};
-        for (int32_t r0 = 0; r0 < Height; r0 += kLanes) {
-            const uint8_t* in[kLanes];
-            uint8_t* out[kLanes];
-            for (int k = 0; k < kLanes; ++k) {
+        const uint8_t* in[64];
+        uint8_t* out[64];
+        for (int32_t r0 = 0; r0 < Height;) {
+            const LanePath& path = PathFor(paths, count, Height - r0);
+            for (int32_t k = 0; k < path.lanes; ++k) {
                 const bool real = r0 + k < Height;
                 in[k] = real ? Src + size_t(r0 + k) * Stride : spare.data();
                 out[k] = real ? Dest + size_t(r0 + k) * Stride : sink.data();
             }
-            RowsToLanes(in, n, t.data());
-            for (int32_t c = 0; c < C; ++c)
-                FilterLanes(g, Width, w.data(), ByteLanes{t.data() + c * kLanes, t.data() + c * kLanes, C * kLanes});
-            LanesToRows(t.data(), n, out);
+            path.rows(g, in, out, Width, C, w.data(), t.data());
+            r0 += path.lanes;
         }
     }
-    // Columns, sixteen bytes of each row at a time, read back from Dest.
-    Buffer<double> w((size_t(Height) + 6) * kLanes);
+    // Columns, a block of adjacent bytes of each row at a time, read back
+    // from Dest; the last few one by one.
+    Buffer<double> w((size_t(Height) + 6) * maxLanes);
     int32_t x = 0;
-    for (; x + kLanes <= n; x += kLanes) FilterLanes(g, Height, w.data(), ByteLanes{Dest + x, Dest + x, Stride});
+    while (n - x >= sse2::kLanes) {
+        const LanePath& path = PathFor(paths, count, n - x);
+        path.columns(g, Dest + x, Height, Stride, w.data());
+        x += path.lanes;
+    }
     Buffer<double> y(size_t(Height) + 6);
     for (; x < n; ++x) {
         uint8_t* d = Dest + x;
@@ -276,21 +348,24 @@ void GaussBlurDouble(const double* Src, double* Dest, int32_t Width, int32_t Hei
     if (!Src || !Dest || Width <= 0 || Height <= 0 || Stride < Width) return;
     const GaussCoefficients g = MakeCoefficients(Sigma);
     {
+        using sse2::kLanes;
         Buffer<double> w((size_t(Width) + 6) * kLanes);
         Buffer<double> spare(size_t(Width), true), sink{size_t(Width)};
         for (int32_t r0 = 0; r0 < Height; r0 += kLanes) {
-            DoubleRows rows;
+            sse2::DoubleRows rows;
             for (int k = 0; k < kLanes; ++k) {
                 const bool real = r0 + k < Height;
                 rows.in[k] = real ? Src + size_t(r0 + k) * Stride : spare.data();
                 rows.out[k] = real ? Dest + size_t(r0 + k) * Stride : sink.data();
             }
-            FilterLanes(g, Width, w.data(), rows);
+            sse2::FilterLanes(g, Width, w.data(), rows);
         }
     }
+    using sse2::kLanes;
     Buffer<double> w((size_t(Height) + 6) * kLanes);
     int32_t x = 0;
-    for (; x + kLanes <= Width; x += kLanes) FilterLanes(g, Height, w.data(), DoubleColumns{Dest + x, Dest + x, Stride});
+    for (; x + kLanes <= Width; x += kLanes)
+        sse2::FilterLanes(g, Height, w.data(), sse2::DoubleColumns{Dest + x, Stride});
     Buffer<double> y(size_t(Height) + 6);
     for (; x < Width; ++x) {
         double* d = Dest + x;
