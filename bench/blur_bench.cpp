@@ -25,7 +25,7 @@ struct Registrar {
                 });
 #endif
             }
-            for (double sigma : {0.5, 2.0, 10.0, 50.0}) {
+            for (double sigma : {0.5, 1.0, 2.0, 5.0, 10.0, 50.0}) {
                 const std::string key =
                     "GuassBlur/" + layout + "/s" + (sigma == 0.5 ? std::string("0.5") : std::to_string(int(sigma)));
                 vbench::Register(key, c, [sigma](Image& s, Image& d) {

@@ -10,7 +10,7 @@ struct Registrar {
     Registrar() {
         using vbench::Image;
         for (int c : {1, 3})
-            for (int r : {2, 5, 10, 20, 50}) {
+            for (int r : {1, 2, 3, 5, 10, 20, 50}) {
                 const std::string key =
                     std::string("MedianBlur/") + vbench::LayoutName(c) + "/r" + std::to_string(r);
                 vbench::Register(key, c, [r](Image& s, Image& d) {

@@ -59,6 +59,15 @@ void MotionBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height
 void LinearBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
                 int32_t Distance, double Angle, int32_t EdgeMode);
 
+// The percentile filter of one plane by a sorting network (median_network.cpp),
+// for Radius 1 .. kMaxNetworkRadius: the same bytes as the histogram walk,
+// faster for these radii. T is the rank threshold (-1 .. Area - 1); rows
+// are SrcStride and DestStride bytes apart and only Width bytes of each Dest
+// row are written; Src and Dest must not overlap.
+constexpr int32_t kMaxNetworkRadius = 3;
+void MedianNetworkPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride, int32_t Width,
+                        int32_t Height, int32_t Radius, int32_t T);
+
 // The median row walk in 256-bit form (median_blur_avx2.cpp), same arguments
 // and results as the SSE2 walk; called where ActiveIsa() allows AVX2.
 void MedianRowAvx2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_t Radius,

@@ -68,8 +68,9 @@ TEST_P(MedianBlurPaths, MatchesDirectRankOnRandomImages) {
                   iter < 3 ? iter * 50 : vtest::RandomInt(0, 100));
         }
     // Radii near the 16-bit bound and rows long enough for the fine segments
-    // to slide, go stale and be rebuilt many times.
-    for (auto [radius, percent] : {std::pair{20, 0}, {20, 100}, {127, 37}, {127, 50}})
+    // to slide, go stale and be rebuilt many times; small radii (the
+    // selection network) over rows of several vectors and a partial one.
+    for (auto [radius, percent] : {std::pair{20, 0}, {20, 100}, {127, 37}, {127, 50}, {1, 50}, {2, 13}, {3, 100}})
         Check(vtest::RandomImage(vtest::RandomInt(150, 260), vtest::RandomInt(2, 4), 1, 3), radius, percent);
 }
 
