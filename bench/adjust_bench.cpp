@@ -1,4 +1,4 @@
-// Point operations against cv::LUT.
+// Point operations against cv::LUT, cv::threshold and cv::bitwise_not.
 #include "bench_util.h"
 #include "velomar.h"
 
@@ -12,6 +12,11 @@ struct Registrar {
             vbench::Register("GammaCorrection/" + layout, c, [](Image& s, Image& d) {
                 GammaCorrection(s.data(), d.data(), s.width, s.height, s.stride, 0.6);
             });
+            vbench::Register("Invert/" + layout, c, [c](Image& s, Image& d) {
+                Matrix src{s.width, s.height, s.stride, c, DEPTH_8U, s.data(), 0};
+                Matrix dst{d.width, d.height, d.stride, c, DEPTH_8U, d.data(), 0};
+                Invert(&src, &dst);
+            });
             vbench::Register("Threshold/" + layout, c, [](Image& s, Image& d) {
                 Threshold(s.data(), d.data(), s.width, s.height, s.stride, 100);
             });
@@ -24,6 +29,10 @@ struct Registrar {
                 }();
                 cv::Mat out = vbench::AsMat(d);
                 cv::LUT(vbench::AsMat(s), lut, out);
+            });
+            vbench::RegisterPeer("Invert/" + layout, "cv::bitwise_not", c, [](Image& s, Image& d) {
+                cv::Mat out = vbench::AsMat(d);
+                cv::bitwise_not(vbench::AsMat(s), out);
             });
             vbench::RegisterPeer("Threshold/" + layout, "cv::threshold", c, [](Image& s, Image& d) {
                 cv::Mat out = vbench::AsMat(d);
