@@ -1,6 +1,4 @@
 // Colour transfer against the formulas evaluated pixel by pixel.
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cmath>
 

@@ -1,9 +1,6 @@
 // Box blur against the plain neighbourhood mean.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <tuple>
-#include <vector>
 
 #include "blur/blur.h"
 #include "common/reference.h"

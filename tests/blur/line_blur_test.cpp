@@ -1,13 +1,10 @@
 // Motion and linear blurs: the line kernels against a floating-point
 // construction and hand-derived cases, the blurs against the kernel applied
 // by a plain loop.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <map>
 #include <utility>
-#include <vector>
 
 #include "blur/blur.h"
 #include "common/reference.h"

@@ -1,10 +1,6 @@
 // Median blur against a direct count of each neighbourhood with replicated borders.
-#include <algorithm>
-#include <vector>
-
 #include "blur/blur.h"
 #include "common/reference.h"
-#include "velomar.h"
 
 namespace {
 

@@ -1,9 +1,6 @@
 // Edge padding: index tables under both border rules and GetPadImage against
 // a direct per-pixel construction.
-#include <gtest/gtest.h>
-
 #include <tuple>
-#include <vector>
 
 #include "common/reference.h"
 #include "core/core.h"

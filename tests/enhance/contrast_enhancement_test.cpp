@@ -1,7 +1,5 @@
 // Contrast enhancement against its building blocks (box mean, guided filter,
 // local statistics) with the curves and gains written out directly.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "blur/blur.h"

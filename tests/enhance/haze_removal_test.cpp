@@ -2,8 +2,6 @@
 // the segmentation on pictures whose answer is known, the transmission and
 // both defined exports against the composition of their building blocks, and
 // the contrast-driven method on synthetic haze.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "adjust/adjust.h"

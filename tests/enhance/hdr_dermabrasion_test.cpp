@@ -1,8 +1,6 @@
 // High dynamic range and skin smoothing against the composition of their
 // (separately tested) building blocks, and the results chosen where the
 // formulas divide by zero.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "adjust/adjust.h"

@@ -1,5 +1,4 @@
 // Rank sharpening against a direct count over the mirrored neighbourhood.
-#include <algorithm>
 #include <array>
 
 #include "common/reference.h"

@@ -1,11 +1,9 @@
 // Local minimum, maximum and range against a direct scan of the neighbourhood
 // clipped to the image.
-#include <algorithm>
 #include <array>
 
 #include "common/reference.h"
 #include "statistics/statistics.h"
-#include "velomar.h"
 
 namespace {
 
