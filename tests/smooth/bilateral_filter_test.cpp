@@ -81,7 +81,8 @@ std::vector<uint8_t> Reference(const vtest::Image& src, const vtest::Image& guid
     entry.bytes = dest;
     for (int c = 0; c < step; ++c) {
         vtest::Image d = vtest::PlaneOf(entry, step, c);
-        ReferencePlane(vtest::PlaneOf(src, step, c).data(), vtest::PlaneOf(guide, step, c).data(), d.data(), src.width, src.height, p);
+        ReferencePlane(vtest::PlaneOf(src, step, c).data(), vtest::PlaneOf(guide, step, c).data(), d.data(), src.width,
+                       src.height, p);
         vtest::PutPlane(dest, src, step, c, d);
     }
     return dest;

@@ -30,7 +30,9 @@ TEST(ReduceNoise, MatchesDirectRankCount) {
     for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
         const Image src = vtest::SweepImage(trial, {1, 3, 4, 2}, 24, 20);
         const int radius = vtest::RandomInt(0, trial % 6 == 0 ? 30 : 4);
-        const int amount = trial == 1 ? 0 : trial % 7 == 0 ? vtest::RandomInt(-100000000, 100000000) : vtest::RandomInt(-300, 300);
+        const int amount = trial == 1                ? 0
+                           : trial % 7 == 0 ? vtest::RandomInt(-100000000, 100000000)
+                                            : vtest::RandomInt(-300, 300);
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { velomar::ReduceNoise(a..., radius, amount); },
             [&](std::vector<uint8_t> d) { return DirectReduce(src, d, radius, amount); }))
