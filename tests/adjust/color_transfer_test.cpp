@@ -85,9 +85,6 @@ TEST(ColorTransfer, MatchesPixelByPixelFormulas) {
             << "reference " << ref;
         EXPECT_EQ(ref.bytes, refBytes);
     }
-}
-
-TEST(ColorTransfer, UnusableArgumentsWriteNothing) {
     auto img = vtest::RandomImage(8, 4, 3);
     vtest::Image dst(8, 4, 3, 0, 33);
     const int s = img.stride;
