@@ -1,9 +1,6 @@
 // Histogram builders and automatic corrections against a direct model: plain
 // counting, plain low/high search, a table built from the formulas and applied
 // byte by byte with the applier's walk.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
 #include <cmath>
 

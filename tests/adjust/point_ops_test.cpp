@@ -1,13 +1,7 @@
 // Point operations: the curve exports against tables built from their
 // formulas and applied with the raw applier's walk, the Matrix forms byte by
 // byte, and rejected calls.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
 #include <cmath>
-#include <functional>
-#include <string>
 
 #include "adjust/adjust.h"
 #include "common/reference.h"

@@ -1,10 +1,5 @@
 // Soft glow against a direct screen blend over the blurred, adjusted layer;
 // exposal against the per-byte rule.
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <algorithm>
-
 #include "adjust/adjust.h"
 #include "blur/blur.h"
 #include "common/reference.h"

@@ -1,13 +1,10 @@
 // Motion and linear blurs: the line kernels against a floating-point
 // construction and hand-derived cases, the blurs against the kernel applied
 // by a plain loop.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <map>
 #include <utility>
-#include <vector>
 
 #include "blur/blur.h"
 #include "common/reference.h"
@@ -116,15 +113,13 @@ TEST(GetMotionArray, DenseSquareAndRefusals) {
 std::vector<uint8_t> Direct(const vtest::Image& src, std::vector<uint8_t> dest, const std::vector<LineTap>& taps,
                             int edge) {
     const int w = src.width, h = src.height, bpp = src.stride / w, c = bpp == 1 ? 1 : (bpp == 4 ? 4 : 3);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            for (int k = 0; k < c; ++k) {
-                int64_t sum = 32768;
-                for (const LineTap& t : taps)
-                    sum += int64_t(t.weight) *
-                           src.bytes[vtest::Offset(src, vtest::MapEdge(x + t.dx, w, edge), vtest::MapEdge(y + t.dy, h, edge), c, k)];
-                dest[vtest::Offset(src, x, y, c, k)] = uint8_t(sum >> 16);
-            }
+    vtest::EachSample(src, c, [&](int x, int y, int k, size_t i) {
+        int64_t sum = 32768;
+        for (const LineTap& t : taps)
+            sum += int64_t(t.weight) *
+                   src.bytes[vtest::Offset(src, vtest::MapEdge(x + t.dx, w, edge), vtest::MapEdge(y + t.dy, h, edge), c, k)];
+        dest[i] = uint8_t(sum >> 16);
+    });
     return dest;
 }
 
@@ -147,6 +142,16 @@ TEST(LineBlurs, MatchTheKernelAppliedDirectly) {
                                          [&](std::vector<uint8_t> out) { return Direct(src, out, trail, edge); }))
             << "linear d " << d << " angle " << angle << " edge " << edge;
     }
+    // Refused lengths, angles and layouts write nothing; so does SurfaceBlur.
+    const vtest::Image src = vtest::RandomImage(6, 5, 3, 2), two = vtest::RandomImage(6, 5, 2);
+    const vtest::Image dest = vtest::DestFor(src);
+    EXPECT_TRUE(vtest::WritesNothing(
+        dest, {[&](uint8_t* d) { MotionBlur(src.data(), d, 6, 5, src.stride, -1, 0, 0); },
+               [&](uint8_t* d) { LinearBlur(src.data(), d, 6, 5, src.stride, 1001, 0, 0); },
+               [&](uint8_t* d) { MotionBlur(src.data(), d, 6, 5, src.stride, 3, std::nan(""), 1); },
+               [&](uint8_t* d) { LinearBlur(two.data(), d, 6, 5, two.stride, 3, 10, 1); },
+               [&](uint8_t* d) { MotionBlur(src.data(), d, 0, 5, src.stride, 3, 10, 1); },
+               [&](uint8_t* d) { SurfaceBlur(src.data(), d, 6, 5, src.stride, 3, 10); }}));
 }
 
 TEST(LineBlurs, TrailRunsTowardTheAngle) {
@@ -158,18 +163,6 @@ TEST(LineBlurs, TrailRunsTowardTheAngle) {
     for (int y = 0; y < 9; ++y)
         for (int x = 0; x < 9; ++x)
             EXPECT_EQ(out.at(x, y) != 0, x == 4 && y <= 6 && y >= 2) << x << "," << y;
-}
-
-TEST(LineBlurs, RefusedCallsAndSurfaceBlurWriteNothing) {
-    const vtest::Image src = vtest::RandomImage(6, 5, 3, 2), two = vtest::RandomImage(6, 5, 2);
-    const vtest::Image dest = vtest::DestFor(src);
-    EXPECT_TRUE(vtest::WritesNothing(
-        dest, {[&](uint8_t* d) { MotionBlur(src.data(), d, 6, 5, src.stride, -1, 0, 0); },
-               [&](uint8_t* d) { LinearBlur(src.data(), d, 6, 5, src.stride, 1001, 0, 0); },
-               [&](uint8_t* d) { MotionBlur(src.data(), d, 6, 5, src.stride, 3, std::nan(""), 1); },
-               [&](uint8_t* d) { LinearBlur(two.data(), d, 6, 5, two.stride, 3, 10, 1); },
-               [&](uint8_t* d) { MotionBlur(src.data(), d, 0, 5, src.stride, 3, 10, 1); },
-               [&](uint8_t* d) { SurfaceBlur(src.data(), d, 6, 5, src.stride, 3, 10); }}));
 }
 
 }  // namespace

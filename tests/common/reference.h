@@ -35,6 +35,25 @@ inline size_t Offset(const Image& img, int x, int y, int walk, int c) {
     return size_t(y) * img.stride + size_t(x) * walk + c;
 }
 
+// Calls f(x, y, k, offset) for channel k = 0 .. walk - 1 of every pixel,
+// pixels `walk` bytes apart: the whole first channel, then the next.
+template <class F>
+void EachSample(const Image& img, int walk, F f) {
+    for (int k = 0; k < walk; ++k)
+        for (int y = 0; y < img.height; ++y)
+            for (int x = 0; x < img.width; ++x) f(x, y, k, Offset(img, x, y, walk, k));
+}
+
+// Channel k (pixels `walk` bytes apart) as an unpadded grey image, and back.
+inline Image PlaneOf(const Image& img, int walk, int k) {
+    Image plane(img.width, img.height, 1);
+    EachSample(img, 1, [&](int x, int y, int, size_t) { plane.at(x, y) = img.bytes[Offset(img, x, y, walk, k)]; });
+    return plane;
+}
+inline void PutPlane(std::vector<uint8_t>& bytes, const Image& layout, int walk, int k, const Image& plane) {
+    EachSample(plane, 1, [&](int x, int y, int, size_t i) { bytes[Offset(layout, x, y, walk, k)] = plane.bytes[i]; });
+}
+
 // The (2r+1)^2 samples of channel `c` around (x, y), row by row, borders
 // mapped by `mode`, pixels `walk` bytes apart.
 inline std::vector<int> Neighbourhood(const Image& src, int x, int y, int c, int r, int mode,
@@ -57,16 +76,13 @@ struct LocalStats {
 inline LocalStats DirectLocalStats(const Image& src, int r, int mode, int walk) {
     LocalStats st{std::vector<int64_t>(src.bytes.size()), std::vector<int64_t>(src.bytes.size())};
     const int64_t n = int64_t(2 * r + 1) * (2 * r + 1);
-    for (int y = 0; y < src.height; ++y)
-        for (int x = 0; x < src.width; ++x)
-            for (int c = 0; c < walk; ++c) {
-                const std::vector<int> vals = Neighbourhood(src, x, y, c, r, mode, walk);
-                int64_t s = 0, q = 0;
-                for (int v : vals) s += v;
-                for (int v : vals) q += (v - s / n) * (v - s / n);
-                st.mean[Offset(src, x, y, walk, c)] = s / n;
-                st.variance[Offset(src, x, y, walk, c)] = q / n;
-            }
+    EachSample(src, walk, [&](int x, int y, int c, size_t i) {
+        const std::vector<int> vals = Neighbourhood(src, x, y, c, r, mode, walk);
+        int64_t s = 0, q = 0;
+        for (int v : vals) s += v;
+        for (int v : vals) q += (v - s / n) * (v - s / n);
+        st.mean[i] = s / n, st.variance[i] = q / n;
+    });
     return st;
 }
 

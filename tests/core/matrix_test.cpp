@@ -1,6 +1,4 @@
 // Matrix records: creation, release, the shared preamble's status order.
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <tuple>
 

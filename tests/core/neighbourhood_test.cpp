@@ -1,7 +1,5 @@
 // Sliding-histogram helpers: counter adds and subtracts modulo 65536, and the
 // border tables under both edge rules.
-#include <vector>
-
 #include "common/reference.h"
 #include "core/neighbourhood.h"
 

@@ -1,9 +1,6 @@
 // Edge padding: index tables under both border rules and GetPadImage against
 // a direct per-pixel construction.
-#include <gtest/gtest.h>
-
 #include <tuple>
-#include <vector>
 
 #include "common/reference.h"
 #include "core/core.h"
@@ -84,11 +81,8 @@ TEST(GetPadImage, RejectsBadArguments) {
     EXPECT_EQ(GetPadImage(src, &out, INT32_MAX, 1, 0, 0, 0), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(out, nullptr);
     VL_FreeMatrix(&src);
-}
-
-// Records that cannot describe their pixels once divided by zero, read before
-// Data or over-read a short row; they are rejected before anything is made.
-TEST(GetPadImage, MalformedRecordsAreBadParameters) {
+    // Records that cannot describe their pixels once divided by zero, read before
+    // Data or over-read a short row; they are rejected before anything is made.
     uint8_t pixels[64] = {};
     struct Shape { int w, h, step, channel; };
     for (Shape bad : {Shape{0, 4, 4, 1}, {4, 0, 4, 1}, {-3, 2, 4, 1}, {5, 4, 5, 3}, {4, 4, 4, 5}, {2, 2, -4, 1}})

@@ -1,10 +1,7 @@
 // Adaptive tone mapping against a direct model: naive tile histograms and
 // curves, and a blend that finds each pixel's band and weights on its own
 // instead of walking the bands; the mirrored extension built separately.
-#include <gtest/gtest.h>
-
 #include <array>
-#include <climits>
 #include <cmath>
 
 #include "common/reference.h"

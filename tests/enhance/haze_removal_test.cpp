@@ -2,8 +2,6 @@
 // the segmentation on pictures whose answer is known, the transmission and
 // both defined exports against the composition of their building blocks, and
 // the contrast-driven method on synthetic haze.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "adjust/adjust.h"
@@ -205,7 +203,7 @@ TEST(Haze, BoxBlurVeil) {
         for (uint8_t m : mean) topMean = std::max<int>(topMean, m);
         const double delta = sum / (n * 255.0) * strength, invA = 1 / ((top + topMean) * 0.5);
         const int K = delta > 0.9 ? 3686 : int(delta * 4096);
-        auto run = [&](const uint8_t* s, uint8_t* d) { velomar::HazeRemovalBasedOnBoxBlur(s, d, w, h, src.stride, r, strength); };
+        // Strength 0 (the first trial) leaves no veil: the image comes back.
         auto direct = [&](std::vector<uint8_t> out) {
             for (int i = 0; i < n; ++i) {
                 const int veil = std::min<int>(dark[i], (mean[i] * K) >> 12);
@@ -216,12 +214,8 @@ TEST(Haze, BoxBlurVeil) {
             }
             return out;
         };
-        EXPECT_TRUE(vtest::MatchesBothWays(src, vtest::DestFor(src), run, direct)) << src;
-        if (strength == 0) {  // no veil: the image comes back unchanged
-            Image out = src;
-            run(src.data(), out.data());
-            EXPECT_EQ(src.bytes, out.bytes);
-        }
+        EXPECT_TRUE(
+            vtest::FilterMatches(src, [&](auto... a) { velomar::HazeRemovalBasedOnBoxBlur(a..., r, strength); }, direct));
     }
 }
 

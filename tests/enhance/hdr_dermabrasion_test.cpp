@@ -1,8 +1,6 @@
 // High dynamic range and skin smoothing against the composition of their
 // (separately tested) building blocks, and the results chosen where the
 // formulas divide by zero.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "adjust/adjust.h"
@@ -35,10 +33,12 @@ TEST(Hdr, ExposureBlendingWeighsBySmoothedExposure) {
                 }
             return out;
         };
-        auto run = [&](const uint8_t* s, uint8_t* d) {
-            HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, src.width, src.height, src.stride, r);
-        };
-        EXPECT_TRUE(vtest::MatchesBothWays(src, vtest::DestFor(src), run, direct)) << src;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src,
+            [&](const uint8_t* s, uint8_t* d, auto... a) {
+                HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, a..., r);
+            },
+            direct));
     }
     // Black everywhere: weight exp(-4), about 98 % of the brighter exposure.
     Image black(6, 4, 3), bright(6, 4, 3, 0, 200), out(6, 4, 3);
@@ -126,12 +126,10 @@ TEST(Dermabrasion, ComposesSmootherToneMaskAndSharpening) {
                                     : vtest::RandomSmoothImage(RandomInt(200, 230), RandomInt(8, 20), trial % 2 ? 3 : 1, RandomInt(0, 3));
         const int type = trial % 7 == 6 ? 9 : trial % 7, mode = RandomInt(0, 2), level = RandomInt(1, 10);
         const int amount = RandomInt(-1, 8);
-        auto run = [&](const uint8_t* s, uint8_t* d) {
-            DermabrasionFilter(s, d, src.width, src.height, src.stride, type, mode, level, amount);
-        };
-        auto direct = [&](const std::vector<uint8_t>&) { return DirectDermabrasion(src, type, mode, level, amount); };
-        EXPECT_TRUE(vtest::MatchesBothWays(src, vtest::DestFor(src), run, direct))
-            << src << " type " << type << " mode " << mode << " level " << level << " amount " << amount;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { DermabrasionFilter(a..., type, mode, level, amount); },
+            [&](const std::vector<uint8_t>&) { return DirectDermabrasion(src, type, mode, level, amount); }))
+            << " type " << type << " mode " << mode << " level " << level << " amount " << amount;
     }
     // Level 0 without a tone lift returns the source; levels beyond 10 write nothing.
     const Image src = vtest::RandomImage(20, 12, 3, 2), dest = vtest::DestFor(src);

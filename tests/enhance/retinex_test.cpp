@@ -1,8 +1,6 @@
 // Retinex against a direct model built on the (separately tested) Gaussian
 // blur: log differences per scale, the stretch by mean and deviation, and the
 // HSV rows against their own formulas and round trips.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "blur/blur.h"

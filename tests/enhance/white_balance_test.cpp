@@ -1,7 +1,5 @@
 // White balance against direct models: block statistics taken pixel by pixel
 // instead of from histograms, reference whites and gains computed plainly.
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "adjust/colour_space.h"

@@ -2,7 +2,6 @@
 // dot product's documented order, and every validation status.
 #include <array>
 #include <cmath>
-#include <functional>
 
 #include "common/reference.h"
 #include "frequency/support.h"

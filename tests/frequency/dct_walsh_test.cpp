@@ -107,12 +107,9 @@ TEST(CoefficientPictures, EachChannelIsAGreyPicture) {
                 src, dst, [&](const uint8_t* s, uint8_t* d) { show(kind, s, d, w, h, src.stride); },
                 [&](std::vector<uint8_t> d) {
                     for (int c = 0; c < 3; ++c) {
-                        vtest::Image grey(w, h, 1), out(w, h, 1);
-                        for (int y = 0; y < h; ++y)
-                            for (int x = 0; x < w; ++x) grey.at(x, y) = src.bytes[vtest::Offset(src, x, y, 3, c)];
-                        show(kind, grey.data(), out.data(), w, h, w);
-                        for (int y = 0; y < h; ++y)
-                            for (int x = 0; x < w; ++x) d[vtest::Offset(src, x, y, 3, c)] = out.at(x, y);
+                        vtest::Image out(w, h, 1);
+                        show(kind, vtest::PlaneOf(src, 3, c).data(), out.data(), w, h, w);
+                        vtest::PutPlane(d, src, 3, c, out);
                     }
                     return d;
                 }))

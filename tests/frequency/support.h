@@ -2,13 +2,6 @@
 // Matrix records.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "common/reference.h"
 #include "common/test_util.h"
 #include "frequency/frequency.h"

@@ -1,5 +1,4 @@
 // Find edges against a direct Sobel with replicated borders.
-#include <algorithm>
 #include <array>
 #include <cmath>
 

@@ -1,5 +1,4 @@
 // Rank sharpening against a direct count over the mirrored neighbourhood.
-#include <algorithm>
 #include <array>
 
 #include "common/reference.h"
@@ -15,17 +14,13 @@ using vtest::RandomInt;
 // every other layout runs on the first Width bytes of each row as one plane.
 std::vector<uint8_t> Direct(const Image& src, std::vector<uint8_t> out, int radius) {
     const int step = src.channels == 3 ? 3 : 1, span = 2 * radius + 1, target = span * span / 2;
-    for (int k = 0; k < step; ++k)
-        for (int y = 0; y < src.height; ++y)
-            for (int x = 0; x < src.width; ++x) {
-                int count[256] = {};
-                for (int v : vtest::Neighbourhood(src, x, y, k, radius, EDGE_REFLECT, step)) ++count[v];
-                int m = 0, below = 0;  // below: samples with values under m
-                while (below < target) below += count[m++];
-                const size_t i = vtest::Offset(src, x, y, step, k);
-                const int s = src.bytes[i];
-                out[i] = uint8_t(std::clamp(s - (m - s) / 2, 0, 255));
-            }
+    vtest::EachSample(src, step, [&](int x, int y, int k, size_t i) {
+        int count[256] = {};
+        for (int v : vtest::Neighbourhood(src, x, y, k, radius, EDGE_REFLECT, step)) ++count[v];
+        int m = 0, below = 0;  // below: samples with values under m
+        while (below < target) below += count[m++];
+        out[i] = uint8_t(std::clamp(src.bytes[i] - (m - src.bytes[i]) / 2, 0, 255));
+    });
     return out;
 }
 

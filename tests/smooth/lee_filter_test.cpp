@@ -1,6 +1,4 @@
 // Lee additive noise filter against neighbourhood statistics computed directly.
-#include <algorithm>
-
 #include "common/reference.h"
 #include "smooth/smooth.h"
 

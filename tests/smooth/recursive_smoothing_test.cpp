@@ -1,8 +1,6 @@
 // The recursive edge-preserving filters against direct models: every line
 // recursion written out on a 2-D grid (no transposes, no vector lanes), the
 // homogeneous block searched plainly, and the properties the filters promise.
-#include <gtest/gtest.h>
-
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -61,15 +59,18 @@ void BiExpColumns(Grid<double>& g, double rho, double sigma) {
 
 double Rho(double lambda) { return 1 - (std::sqrt(2 * lambda * lambda + 1) - 1) / (lambda * lambda); }
 
+// Rows then columns over a, columns then rows over b.
+void BiExpBothOrders(Grid<double>& a, Grid<double>& b, double lambda, double sigma) {
+    BiExpRows(a, Rho(lambda), sigma), BiExpColumns(a, Rho(lambda), sigma);
+    BiExpColumns(b, Rho(lambda), sigma), BiExpRows(b, Rho(lambda), sigma);
+}
+
 // Lambda 0 passes the image through.
 std::vector<uint8_t> BiExpModel(const Image& src, std::vector<uint8_t> d, double lambda, double sigma) {
     const int c = src.stride / src.width;
     for (int ch = 0; ch < c; ++ch) {
         Grid<double> a = PlaneOf<double>(src, c, ch), b = a;
-        if (lambda != 0) {
-            BiExpRows(a, Rho(lambda), sigma), BiExpColumns(a, Rho(lambda), sigma);
-            BiExpColumns(b, Rho(lambda), sigma), BiExpRows(b, Rho(lambda), sigma);
-        }
+        if (lambda != 0) BiExpBothOrders(a, b, lambda, sigma);
         for (int y = 0; y < src.height; ++y)
             for (int x = 0; x < src.width; ++x)
                 d[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(std::clamp((a[y][x] + b[y][x]) * 0.5, 0.0, 255.0));
@@ -104,8 +105,7 @@ TEST(BiExponentialEPF, BothOrdersEqualTheLineRecursionsToTheBit) {
         std::vector<double> pa(img.bytes.begin(), img.bytes.end()), pb = pa;
         velomar::SmoothRowsThenColumns(pa.data(), w, h, Rho(lambda), sigma);
         velomar::SmoothColumnsThenRows(pb.data(), w, h, Rho(lambda), sigma);
-        BiExpRows(a, Rho(lambda), sigma), BiExpColumns(a, Rho(lambda), sigma);
-        BiExpColumns(b, Rho(lambda), sigma), BiExpRows(b, Rho(lambda), sigma);
+        BiExpBothOrders(a, b, lambda, sigma);
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x) {
                 ASSERT_EQ(pa[size_t(y) * w + x], a[y][x]) << x << "," << y << " rows first";

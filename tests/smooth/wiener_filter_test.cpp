@@ -1,7 +1,4 @@
 // Wiener filter against box statistics summed directly.
-#include <algorithm>
-#include <cmath>
-
 #include "common/reference.h"
 #include "smooth/smooth.h"
 

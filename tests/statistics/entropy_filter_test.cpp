@@ -3,7 +3,6 @@
 
 #include "common/reference.h"
 #include "statistics/statistics.h"
-#include "velomar.h"
 
 namespace {
 
