@@ -256,8 +256,9 @@ VL_API void VL_CALL MedianBlur(const unsigned char* Src, unsigned char* Dest, in
  * around it, so any angle and length give a smooth streak; the weights are
  * the integer kernel GetMotionArray returns, and each result is rounded to
  * the nearest level. Distance 0..1000 (0 copies Src), Angle finite, else Dest
- * is left untouched. Borders by EdgeMode. Grey, three bytes per pixel, or
- * four (all four bytes blurred alike); two bytes per pixel are not written. */
+ * is left untouched. Borders by EdgeMode. Stride / Width of 1 is grey, 4 is
+ * four bytes per pixel (all four blurred alike), any other value from 3 up is
+ * three bytes per pixel; 2 is not written. */
 VL_API void VL_CALL MotionBlur(const unsigned char* Src, unsigned char* Dest, int32_t Width,
                                int32_t Height, int32_t Stride, int32_t Distance, double Angle,
                                int32_t EdgeMode);
