@@ -61,14 +61,14 @@ void ApplyLineKernel(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t H
         uint32_t* acc = sums.data();
         std::fill(acc, acc + rowBytes, uint32_t(kLineKernelTotal / 2));  // rounds to nearest
         for (const LineTap& tap : Taps) {
-            const uint8_t* row = Src + rowOffset[size_t(y) + tap.dy + Radius];
+            const uint8_t* row = Src + rowOffset[size_t(y + tap.dy + Radius)];
             const uint32_t w = uint32_t(tap.weight);
             // Columns whose sample x + dx lies inside the row read straight
             // across; the others go through the column table.
             const int32_t inLo = std::clamp(-tap.dx, 0, Width), inHi = std::clamp(Width - tap.dx, inLo, Width);
             auto border = [&](int32_t from, int32_t to) {
                 for (int32_t x = from; x < to; ++x) {
-                    const uint8_t* p = row + size_t(columnIndex[size_t(x) + tap.dx + Radius]) * Channels;
+                    const uint8_t* p = row + size_t(columnIndex[size_t(x + tap.dx + Radius)]) * Channels;
                     for (int32_t k = 0; k < Channels; ++k) acc[size_t(x) * Channels + k] += w * p[k];
                 }
             };
