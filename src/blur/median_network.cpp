@@ -4,15 +4,13 @@
 // histogram search's answer (the smallest v with more than T values <= v),
 // so both methods give the same bytes; this one is faster while the
 // neighbourhood holds few values.
-#include <immintrin.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <utility>
 
 #include "blur/blur.h"
-#include "core/cpu.h"
+#include "core/byte_lanes.h"
 
 namespace velomar {
 
@@ -56,15 +54,7 @@ struct SortNetwork {
 };
 
 namespace sse2 {
-struct Lanes {
-    using V = __m128i;
-    static constexpr int32_t kWidth = 16;
-    static V Load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-    static void Store(uint8_t* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-    static V Min(V a, V b) { return _mm_min_epu8(a, b); }
-    static V Max(V a, V b) { return _mm_max_epu8(a, b); }
-    static V Ones() { return _mm_set1_epi8(-1); }
-};
+using Lanes = Sse2Bytes;
 #include "blur/median_network_lanes.inc"
 }  // namespace sse2
 
@@ -72,15 +62,7 @@ struct Lanes {
 #pragma GCC push_options
 #pragma GCC target("avx2")
 namespace avx2 {
-struct Lanes {
-    using V = __m256i;
-    static constexpr int32_t kWidth = 32;
-    static V Load(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-    static void Store(uint8_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
-    static V Min(V a, V b) { return _mm256_min_epu8(a, b); }
-    static V Max(V a, V b) { return _mm256_max_epu8(a, b); }
-    static V Ones() { return _mm256_set1_epi8(-1); }
-};
+using Lanes = Avx2Bytes;
 #include "blur/median_network_lanes.inc"
 }  // namespace avx2
 #pragma GCC pop_options
@@ -88,15 +70,7 @@ struct Lanes {
 #pragma GCC push_options
 #pragma GCC target("avx512f,avx512bw")
 namespace avx512 {
-struct Lanes {
-    using V = __m512i;
-    static constexpr int32_t kWidth = 64;
-    static V Load(const uint8_t* p) { return _mm512_loadu_si512(p); }
-    static void Store(uint8_t* p, V v) { _mm512_storeu_si512(p, v); }
-    static V Min(V a, V b) { return _mm512_min_epu8(a, b); }
-    static V Max(V a, V b) { return _mm512_max_epu8(a, b); }
-    static V Ones() { return _mm512_set1_epi8(-1); }
-};
+using Lanes = Avx512Bytes;
 #include "blur/median_network_lanes.inc"
 }  // namespace avx512
 #pragma GCC pop_options

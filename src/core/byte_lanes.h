@@ -1,0 +1,55 @@
+// Vectors of unsigned bytes for each instruction set, for kernels written once
+// and compiled once per set: a file includes its kernel body inside a
+// namespace (and, for the wider sets, a target region) and names the matching
+// traits there, e.g. `using Lanes = Avx2Bytes;`. Every set offers V (kWidth
+// bytes), unaligned Load and Store, Min and Max (unsigned), Ones() (every
+// byte 255).
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "core/cpu.h"
+
+namespace velomar {
+
+struct Sse2Bytes {
+    using V = __m128i;
+    static constexpr int32_t kWidth = 16;
+    static V Load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    static void Store(uint8_t* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+    static V Min(V a, V b) { return _mm_min_epu8(a, b); }
+    static V Max(V a, V b) { return _mm_max_epu8(a, b); }
+    static V Ones() { return _mm_set1_epi8(-1); }
+};
+
+#if VELOMAR_WIDE_PATHS
+#pragma GCC push_options
+#pragma GCC target("avx2")
+struct Avx2Bytes {
+    using V = __m256i;
+    static constexpr int32_t kWidth = 32;
+    static V Load(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+    static void Store(uint8_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+    static V Min(V a, V b) { return _mm256_min_epu8(a, b); }
+    static V Max(V a, V b) { return _mm256_max_epu8(a, b); }
+    static V Ones() { return _mm256_set1_epi8(-1); }
+};
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512bw")
+struct Avx512Bytes {
+    using V = __m512i;
+    static constexpr int32_t kWidth = 64;
+    static V Load(const uint8_t* p) { return _mm512_loadu_si512(p); }
+    static void Store(uint8_t* p, V v) { _mm512_storeu_si512(p, v); }
+    static V Min(V a, V b) { return _mm512_min_epu8(a, b); }
+    static V Max(V a, V b) { return _mm512_max_epu8(a, b); }
+    static V Ones() { return _mm512_set1_epi8(-1); }
+};
+#pragma GCC pop_options
+#endif
+
+}  // namespace velomar
