@@ -2,176 +2,192 @@
 // image.
 #include <algorithm>
 
+#include "core/byte_lanes.h"
 #include "statistics/statistics.h"
 
 namespace velomar {
 
 namespace {
 
-inline __m128i Load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline void Store(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+using FoldFn = void (*)(const uint8_t* const* In, int32_t Count, uint8_t* Out, size_t N);
 
-// The minimum and the maximum share one walk; the maximum uses 0 where the
-// minimum uses 255 (what the complement of a minimum amounts to).
+namespace sse2 {
+using Lanes = Sse2Bytes;
+#include "statistics/min_max_lanes.inc"
+}  // namespace sse2
+
+#if VELOMAR_WIDE_PATHS
+#pragma GCC push_options
+#pragma GCC target("avx2")
+namespace avx2 {
+using Lanes = Avx2Bytes;
+#include "statistics/min_max_lanes.inc"
+}  // namespace avx2
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512bw")
+namespace avx512 {
+using Lanes = Avx512Bytes;
+#include "statistics/min_max_lanes.inc"
+}  // namespace avx512
+#pragma GCC pop_options
+#endif
+
 template <bool kMax>
-struct Extreme {
-    static constexpr uint8_t kNeutral = kMax ? 0 : 255;
-    static __m128i Op(__m128i a, __m128i b) { return kMax ? _mm_max_epu8(a, b) : _mm_min_epu8(a, b); }
-    static uint8_t Op(uint8_t a, uint8_t b) { return kMax ? std::max(a, b) : std::min(a, b); }
+FoldFn FoldFor() {
+#if VELOMAR_WIDE_PATHS
+    if (ActiveIsa() >= Isa::Avx512) return avx512::Fold<kMax>;
+    if (ActiveIsa() >= Isa::Avx2) return avx2::Fold<kMax>;
+#endif
+    return sse2::Fold<kMax>;
+}
+
+// Up to this radius a band of rows, or a span of a row, is folded directly;
+// beyond it the cost stops growing with the radius.
+constexpr int32_t kDirectRows = 2;
+constexpr int32_t kDirectSpan = 2;
+
+// Extremes over the vertical band of rows y - R .. y + R clipped to the
+// image, one output row at a time for y = 0, 1, 2, ... (van Herk and
+// Gil-Werman): the band's rows, offset by R so that row -R is 0, fall into
+// blocks of 2 R + 1; a band that does not start a block covers the end of one
+// block and the start of the next, so its extreme is the extreme of a suffix
+// of the first (kept for the whole block) and a prefix of the second (grown
+// row by row), three folds per row whatever R.
+template <bool kMax>
+class BandExtremes {
+public:
+    BandExtremes(FoldFn Fold, const uint8_t* Src, int32_t Height, int32_t Stride, size_t Lanes,
+                 int32_t Radius)
+        : fold_(Fold), src_(Src), height_(Height), stride_(Stride), lanes_(Lanes), radius_(Radius),
+          block_(2 * Radius + 1) {
+        if (Radius > kDirectRows) {
+            suffix_.Reset(size_t(std::min(block_, Height)) * Lanes);
+            prefix_.Reset(Lanes);
+        }
+    }
+
+    void Row(int32_t y, uint8_t* Out) {
+        if (radius_ <= kDirectRows) {
+            const uint8_t* in[2 * kDirectRows + 1];
+            int32_t count = 0;
+            for (int32_t t = std::max(0, y - radius_); t <= std::min(height_ - 1, y + radius_); ++t)
+                in[count++] = SourceRow(t);
+            fold_(in, count, Out, lanes_);
+            return;
+        }
+        const int32_t start = y - y % block_;
+        if (y == start) {
+            BuildSuffixes(start);
+            std::memcpy(Out, Suffix(0), lanes_);
+            return;
+        }
+        // Source row y + R is the next block's row y + 2 R - (start + block).
+        const int32_t enter = y + radius_;
+        if (y == start + 1) {
+            if (enter < height_) std::memcpy(prefix_.data(), SourceRow(enter), lanes_);
+            else std::memset(prefix_.data(), kMax ? 0 : 255, lanes_);
+        } else if (enter < height_) {
+            const uint8_t* in[2] = {prefix_.data(), SourceRow(enter)};
+            fold_(in, 2, prefix_.data(), lanes_);
+        }
+        const uint8_t* in[2] = {Suffix(y - start), prefix_.data()};
+        fold_(in, 2, Out, lanes_);
+    }
+
+private:
+    const uint8_t* SourceRow(int32_t t) const { return src_ + size_t(t) * stride_; }
+    uint8_t* Suffix(int32_t i) { return suffix_.data() + size_t(i) * lanes_; }
+
+    // Suffix i of the block starting at band position Start: the extreme of
+    // source rows Start + i - R .. Start + R (clipped). Only positions of
+    // output rows are kept; the last folds in every row above it.
+    void BuildSuffixes(int32_t Start) {
+        const int32_t last = std::min(Start + block_, height_) - 1 - Start;
+        const int32_t low = std::max(0, Start + last - radius_);
+        const int32_t high = std::min(height_ - 1, Start + radius_);
+        std::memcpy(Suffix(last), SourceRow(high), lanes_);
+        for (int32_t t = high - 1; t >= low; --t) {
+            const uint8_t* in[2] = {Suffix(last), SourceRow(t)};
+            fold_(in, 2, Suffix(last), lanes_);
+        }
+        for (int32_t i = last - 1; i >= 0; --i) {
+            const int32_t t = Start + i - radius_;
+            if (t < 0) {
+                std::memcpy(Suffix(i), Suffix(i + 1), lanes_);
+            } else {
+                const uint8_t* in[2] = {SourceRow(t), Suffix(i + 1)};
+                fold_(in, 2, Suffix(i), lanes_);
+            }
+        }
+    }
+
+    FoldFn fold_;
+    const uint8_t* src_;
+    int32_t height_, stride_;
+    size_t lanes_;
+    int32_t radius_, block_;
+    Buffer<uint8_t> suffix_, prefix_;
 };
 
-// Column extremes over source rows First .. Last of byte lanes [j, j + 16).
-template <bool kMax>
-inline __m128i RescanLanes(const uint8_t* Src, size_t j, int32_t Stride, int32_t First,
-                           int32_t Last) {
-    using E = Extreme<kMax>;
-    // Four independent chains keep the loads in flight.
-    const uint8_t* p = Src + static_cast<size_t>(First) * Stride + j;
-    const size_t s = static_cast<size_t>(Stride);
-    __m128i v0 = Load(p), v1 = v0, v2 = v0, v3 = v0;
-    int32_t k = First + 1;
-    p += s;
-    for (; k + 4 <= Last + 1; k += 4, p += 4 * s) {
-        v0 = E::Op(v0, Load(p));
-        v1 = E::Op(v1, Load(p + s));
-        v2 = E::Op(v2, Load(p + 2 * s));
-        v3 = E::Op(v3, Load(p + 3 * s));
-    }
-    for (; k <= Last; ++k, p += s) v0 = E::Op(v0, Load(p));
-    return E::Op(E::Op(v0, v1), E::Op(v2, v3));
-}
-
-template <bool kMax>
-inline uint8_t RescanLane(const uint8_t* Src, size_t j, int32_t Stride, int32_t First,
-                          int32_t Last) {
-    uint8_t v = Extreme<kMax>::kNeutral;
-    for (int32_t k = First; k <= Last; ++k)
-        v = Extreme<kMax>::Op(v, Src[static_cast<size_t>(k) * Stride + j]);
-    return v;
-}
-
-// Moves the column extremes one row down. Leave (the row dropping out, or
-// null at the top) and Enter (the row coming in, or null at the bottom).
-// A column keeps its extreme combined with the entering value unless the
-// leaving value was that extreme and the entering value does not replace it;
-// those columns are rescanned over the new band First .. Last, sixteen at a
-// time.
-template <bool kMax>
-void StepColumns(uint8_t* Column, const uint8_t* Leave, const uint8_t* Enter, size_t Lanes,
-                 const uint8_t* Src, int32_t Stride, int32_t First, int32_t Last) {
-    using E = Extreme<kMax>;
-    size_t j = 0;
-    if (!Leave) {
-        for (; j + 16 <= Lanes; j += 16) Store(Column + j, E::Op(Load(Column + j), Load(Enter + j)));
-        for (; j < Lanes; ++j) Column[j] = E::Op(Column[j], Enter[j]);
-        return;
-    }
-    for (; j + 16 <= Lanes; j += 16) {
-        const __m128i cur = Load(Column + j);
-        const __m128i out = Load(Leave + j);
-        __m128i next = cur;
-        __m128i stale = _mm_cmpeq_epi8(cur, out);
-        if (Enter) {
-            const __m128i in = Load(Enter + j);
-            next = E::Op(cur, in);
-            // An entering value at least as extreme settles the lane.
-            stale = _mm_andnot_si128(_mm_cmpeq_epi8(next, in), stale);
-        }
-        if (_mm_movemask_epi8(stale)) next = RescanLanes<kMax>(Src, j, Stride, First, Last);
-        Store(Column + j, next);
-    }
-    for (; j < Lanes; ++j) {
-        const uint8_t cur = Column[j];
-        uint8_t next = Enter ? E::Op(cur, Enter[j]) : cur;
-        if (cur == Leave[j] && !(Enter && next == Enter[j]))
-            next = RescanLane<kMax>(Src, j, Stride, First, Last);
-        Column[j] = next;
-    }
-}
-
-// Extremes over runs of Span elements (Step bytes apart) of Padded, for the
-// first Lanes starts, written to Out. Runs of 2, 4, 8, ... are built by whole-row
-// vector passes; a run of Span is then the combination of two overlapping
-// power-of-two runs, so the cost grows with log(Span) only. Padded, A and B
-// carry at least 48 readable bytes past Length.
-template <bool kMax>
-void SpanRow(const uint8_t* Padded, size_t Length, int32_t Step, int32_t Span, uint8_t* A,
-             uint8_t* B, uint8_t* Out, size_t Lanes) {
-    using E = Extreme<kMax>;
+// Extremes over runs of Span elements (Step bytes apart) of Padded (Length
+// bytes), for the first Lanes starts, written to Out. Runs of 2, 4, 8, ...
+// are built by whole-row passes; a run of Span is then the extreme of two
+// overlapping power-of-two runs, so the cost grows with log(Span) only. Each
+// pass reads only what the previous one wrote.
+void SpanRow(FoldFn Fold, const uint8_t* Padded, size_t Length, int32_t Step, int32_t Span,
+             uint8_t* A, uint8_t* B, uint8_t* Out, size_t Lanes) {
     const uint8_t* cur = Padded;
+    size_t valid = Length;  // cur holds runs starting at 0 .. valid - 1
     int32_t run = 1;
     uint8_t* next = A;
     // Four runs at a time while that fits, then a last doubling if it fits.
-    while (4 * run <= Span) {
-        const size_t d = static_cast<size_t>(run) * Step;
-        const size_t valid = Length - 3 * d;
-        for (size_t j = 0; j < valid; j += 16) {
-            const __m128i v01 = E::Op(Load(cur + j), Load(cur + j + d));
-            const __m128i v23 = E::Op(Load(cur + j + 2 * d), Load(cur + j + 3 * d));
-            Store(next + j, E::Op(v01, v23));
-        }
+    while (4 * run <= Span || 2 * run <= Span) {
+        const int32_t ways = 4 * run <= Span ? 4 : 2;
+        const size_t d = size_t(run) * Step;
+        const uint8_t* in[4] = {cur, cur + d, cur + 2 * d, cur + 3 * d};
+        valid -= (ways - 1) * d;
+        Fold(in, ways, next, valid);
         cur = next;
         next = next == A ? B : A;
-        run *= 4;
+        run *= ways;
+        if (ways == 2) break;
     }
-    if (2 * run <= Span) {
-        const size_t d = static_cast<size_t>(run) * Step;
-        const size_t valid = Length - d;
-        for (size_t j = 0; j < valid; j += 16) Store(next + j, E::Op(Load(cur + j), Load(cur + j + d)));
-        cur = next;
-        run *= 2;
-    }
-    const size_t d = static_cast<size_t>(Span - run) * Step;
-    size_t j = 0;
-    for (; j + 16 <= Lanes; j += 16) Store(Out + j, E::Op(Load(cur + j), Load(cur + j + d)));
-    if (j < Lanes) {
-        if (Lanes >= 16) {
-            // The last sixteen lanes again, ending at the row's end.
-            j = Lanes - 16;
-            Store(Out + j, E::Op(Load(cur + j), Load(cur + j + d)));
-        } else {
-            for (; j < Lanes; ++j) Out[j] = E::Op(cur[j], cur[j + d]);
-        }
-    }
+    const uint8_t* in[2] = {cur, cur + size_t(Span - run) * Step};
+    Fold(in, 2, Out, Lanes);
 }
 
 // Out-of-place walk: Src and Dest do not overlap. The neighbourhood is
 // clipped to the image, so a radius beyond the image size acts like one that
-// just covers it; rows and columns are clipped independently.
+// just covers it; rows and columns are clipped independently. Each row's
+// band extremes sit between neutral sides, so that spans running past the
+// image's ends take only pixels inside it.
 template <bool kMax>
 void ExtremeFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                    int32_t Stride, int32_t Radius, int32_t Channels) {
+    const FoldFn fold = FoldFor<kMax>();
     const int32_t rv = std::min(Radius, Height - 1);
     const int32_t rh = std::min(Radius, Width - 1);
-    const size_t lanes = static_cast<size_t>(Width) * Channels;
-    const size_t side = static_cast<size_t>(rh) * Channels;
+    const size_t lanes = size_t(Width) * Channels;
+    const size_t side = size_t(rh) * Channels;
     const size_t length = lanes + 2 * side;
-    constexpr size_t kSlack = 64;
+    const bool spans = rh > kDirectSpan;
 
-    Buffer<uint8_t> padded(length + kSlack), a(length + kSlack, true), b(length + kSlack, true);
-    std::memset(padded.data(), Extreme<kMax>::kNeutral, length + kSlack);
+    Buffer<uint8_t> padded(length), a(spans ? length : 0), b(spans ? length : 0);
+    std::memset(padded.data(), kMax ? 0 : 255, length);
     uint8_t* column = padded.data() + side;
-
-    std::memcpy(column, Src, lanes);
-    for (int32_t k = 1; k <= rv; ++k)
-        StepColumns<kMax>(column, nullptr, Src + static_cast<size_t>(k) * Stride, lanes, Src,
-                          Stride, 0, 0);
+    BandExtremes<kMax> band(fold, Src, Height, Stride, lanes, rv);
 
     for (int32_t y = 0; y < Height; ++y) {
-        if (y > 0) {
-            const int32_t leave = y - rv - 1, enter = y + rv;
-            const uint8_t* leave_row = leave >= 0 ? Src + static_cast<size_t>(leave) * Stride : nullptr;
-            const uint8_t* enter_row = enter < Height ? Src + static_cast<size_t>(enter) * Stride : nullptr;
-            if (leave_row || enter_row)
-                StepColumns<kMax>(column, leave_row, enter_row, lanes, Src, Stride,
-                                  std::max(0, y - rv), std::min(Height - 1, y + rv));
-        }
-        uint8_t* out = Dest + static_cast<size_t>(y) * Stride;
-        if (rh == 0) {
-            std::memcpy(out, column, lanes);
+        band.Row(y, column);
+        uint8_t* out = Dest + size_t(y) * Stride;
+        if (spans) {
+            SpanRow(fold, padded.data(), length, Channels, 2 * rh + 1, a.data(), b.data(), out, lanes);
         } else {
-            SpanRow<kMax>(padded.data(), length, Channels, 2 * rh + 1, a.data(), b.data(), out,
-                          lanes);
+            const uint8_t* in[2 * kDirectSpan + 1];
+            for (int32_t k = 0; k <= 2 * rh; ++k) in[k] = padded.data() + size_t(k) * Channels;
+            fold(in, 2 * rh + 1, out, lanes);
         }
     }
 }
@@ -230,7 +246,8 @@ void RangeFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heigh
     MinValue(Src, low.data(), Width, Height, Stride, Radius);
     MaxValue(Src, Dest, Width, Height, Stride, Radius);
     size_t i = 0;
-    for (; i + 16 <= bytes; i += 16) Store(Dest + i, _mm_sub_epi8(Load(Dest + i), Load(low.data() + i)));
+    using V = Sse2Bytes;
+    for (; i + 16 <= bytes; i += 16) V::Store(Dest + i, _mm_sub_epi8(V::Load(Dest + i), V::Load(low.data() + i)));
     for (; i < bytes; ++i) Dest[i] = static_cast<uint8_t>(Dest[i] - low[i]);
 }
 
