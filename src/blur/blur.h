@@ -68,10 +68,26 @@ constexpr int32_t kMaxNetworkRadius = 3;
 void MedianNetworkPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride, int32_t Width,
                         int32_t Height, int32_t Radius, int32_t T);
 
+// The percentile filter of one plane, borders replicated: each Dest pixel
+// becomes the smallest v with more than T samples <= v in its neighbourhood
+// (sorting network for small radii, sliding histograms beyond). Radius is
+// 1 .. kMaxHistogramRadius, T -1 .. Area - 1; rows are SrcStride and
+// DestStride bytes apart, only Width bytes of each Dest row are written, and
+// Src and Dest must not overlap.
+void PercentilePlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride, int32_t Width,
+                     int32_t Height, int32_t Radius, int32_t T);
+
+// Each pixel's rank in its neighbourhood, borders replicated: Counts (rows
+// Width apart) receives the number of neighbourhood samples at most the
+// pixel's own value. Radius is 1 .. kMaxHistogramRadius.
+void RankCountPlane(const uint8_t* Src, int32_t SrcStride, uint16_t* Counts, int32_t Width, int32_t Height,
+                    int32_t Radius);
+
 // The median row walk in 256-bit form (median_blur_avx2.cpp), same arguments
 // and results as the SSE2 walk; called where ActiveIsa() allows AVX2.
+template <bool kCount>
 void MedianRowAvx2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_t Radius,
                    int32_t T, uint16_t* coarse, uint16_t* fine, int32_t* lastColumn,
-                   uint8_t* Dest);
+                   const uint8_t* Centre, uint8_t* Dest, uint16_t* Counts);
 
 }  // namespace velomar

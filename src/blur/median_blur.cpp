@@ -15,7 +15,7 @@ namespace {
 constexpr int32_t kBins = 16;
 
 using MedianRowFn = void (*)(const uint16_t*, const uint16_t*, int32_t, int32_t, int32_t,
-                             uint16_t*, uint16_t*, int32_t*, uint8_t*);
+                             uint16_t*, uint16_t*, int32_t*, const uint8_t*, uint8_t*, uint16_t*);
 
 // ---- 16-counter histogram arithmetic, eight 16-bit lanes at a time ------------
 
@@ -50,9 +50,12 @@ int32_t RankThreshold(int32_t Radius, int32_t Percent) {
 
 // One output row: slides the neighbourhood, whose coarse counters, fine
 // segments and last-updated columns are set up for column 0, along the row.
+// Percentiles go to Dest; with kCount, the number of samples <= Centre[j]
+// goes to Counts[j] instead.
+template <bool kCount>
 void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_t Radius,
                    int32_t T, uint16_t* coarse, uint16_t* fine, int32_t* lastColumn,
-                   uint8_t* Dest) {
+                   const uint8_t* Centre, uint8_t* Dest, uint16_t* Counts) {
     const size_t fineBinStride = size_t(Width) * kBins;
     const int32_t diameter = 2 * Radius + 1;
     // Running totals are compared as "at least T + 1" (0 .. Area, unsigned).
@@ -66,9 +69,16 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
         c0 = _mm_add_epi16(c0, Load16(in, 0));
         c1 = _mm_add_epi16(c1, Load16(in, 1));
 
-        // Coarse search: k is the first bin whose running total exceeds T,
-        // below the total of the bins before it.
-        const int32_t k = FirstReaching16(c0, c1, _mm_setzero_si128(), above, running + 8);
+        // Coarse search: k is the first bin whose running total exceeds T
+        // (or the centre's bin), below the total of the bins before it.
+        int32_t k;
+        if constexpr (kCount) {
+            k = Centre[j] >> 4;
+            __m128i t0 = c0, t1 = c1;
+            RunningTotals16(t0, t1, _mm_setzero_si128(), running + 8);
+        } else {
+            k = FirstReaching16(c0, c1, _mm_setzero_si128(), above, running + 8);
+        }
         const int32_t below = running[7 + k];
 
         // Bring fine segment k up to the window j - Radius .. j + Radius.
@@ -102,17 +112,27 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
 
         // Fine search, continuing the running total from the bins below k.
         const __m128i start = _mm_set1_epi16(static_cast<int16_t>(below));
-        const int32_t b = FirstReaching16(Load16(seg, 0), Load16(seg, 1), start, above, running + 8);
-        Dest[j] = static_cast<uint8_t>(16 * k + b);
+        if constexpr (kCount) {
+            __m128i f0 = Load16(seg, 0), f1 = Load16(seg, 1);
+            RunningTotals16(f0, f1, start, running + 8);
+            Counts[j] = running[8 + (Centre[j] & 15)];
+        } else {
+            const int32_t b = FirstReaching16(Load16(seg, 0), Load16(seg, 1), start, above, running + 8);
+            Dest[j] = static_cast<uint8_t>(16 * k + b);
+        }
     }
 }
 
 // Percentile filter of one plane. Src and Dest rows are SrcStride and
 // DestStride bytes apart; only the first Width bytes of a row are touched.
 // Radius is 1..127 and T is in -1..Area-1, so every count fits 16 bits and
-// both searches end inside their 16 bins.
-void MedianPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride,
-                 int32_t Width, int32_t Height, int32_t Radius, int32_t T, bool UseAvx2) {
+// both searches end inside their 16 bins. With kCount, Counts (rows Width
+// apart) receives each pixel's count of samples at most its own value, and
+// Dest and T are not used.
+template <bool kCount>
+void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride,
+                    uint16_t* Counts, int32_t Width, int32_t Height, int32_t Radius, int32_t T) {
+    const bool UseAvx2 = ActiveIsa() >= Isa::Avx2;
     const size_t w = static_cast<size_t>(Width);
     // Per column: 16 coarse counters; 256 fine counters laid out coarse bin
     // first, so counter (k, x, b) sits at (k * Width + x) * 16 + b.
@@ -147,7 +167,7 @@ void MedianPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t D
     }
 
     const int32_t diameter = 2 * Radius + 1;
-    const MedianRowFn Row = UseAvx2 ? MedianRowAvx2 : MedianRowSse2;
+    const MedianRowFn Row = UseAvx2 ? MedianRowAvx2<kCount> : MedianRowSse2<kCount>;
     for (int32_t i = 0; i < Height; ++i) {
         // Slide every column down one row; rows above and below replicate.
         const uint8_t* out = Src + size_t(std::max(i - Radius - 1, 0)) * SrcStride;
@@ -174,11 +194,29 @@ void MedianPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t D
             lastColumn[k] = 0;
         }
 
-        Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, Dest + size_t(i) * DestStride);
+        Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, Src + size_t(i) * SrcStride,
+            kCount ? nullptr : Dest + size_t(i) * DestStride, kCount ? Counts + size_t(i) * Width : nullptr);
     }
 }
 
 }  // namespace
+
+void PercentilePlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride, int32_t Width,
+                     int32_t Height, int32_t Radius, int32_t T) {
+    // Small neighbourhoods go through the sorting network, larger ones
+    // through the constant-time histograms; both give the same bytes. With
+    // 16-byte vectors the histograms already win at radius 3.
+    const int32_t networkRadius = ActiveIsa() >= Isa::Avx2 ? kMaxNetworkRadius : 2;
+    if (Radius <= networkRadius)
+        MedianNetworkPlane(Src, SrcStride, Dest, DestStride, Width, Height, Radius, T);
+    else
+        HistogramPlane<false>(Src, SrcStride, Dest, DestStride, nullptr, Width, Height, Radius, T);
+}
+
+void RankCountPlane(const uint8_t* Src, int32_t SrcStride, uint16_t* Counts, int32_t Width, int32_t Height,
+                    int32_t Radius) {
+    HistogramPlane<true>(Src, SrcStride, nullptr, 0, Counts, Width, Height, Radius, 0);
+}
 
 void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                 int32_t Stride, int32_t Radius, int32_t Percent) {
@@ -192,26 +230,14 @@ void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height
     // return without writing.
     if (channels != 1 && !ThreeBytesFit(Width, Stride)) return;
     const int32_t T = RankThreshold(Radius, Percent);
-    const bool avx2 = ActiveIsa() >= Isa::Avx2;
-
-    // Small neighbourhoods go through the sorting network, larger ones
-    // through the constant-time histograms; both give the same bytes. With
-    // 16-byte vectors the histograms already win at radius 3.
-    const int32_t networkRadius = avx2 ? kMaxNetworkRadius : 2;
-    auto plane = [&](const uint8_t* in, int32_t inStride, uint8_t* out, int32_t outStride) {
-        if (Radius <= networkRadius)
-            MedianNetworkPlane(in, inStride, out, outStride, Width, Height, Radius, T);
-        else
-            MedianPlane(in, inStride, out, outStride, Width, Height, Radius, T, avx2);
-    };
     if (channels == 1) {
         InPlaceCopy source(Src, Dest, ImageBytes(Height, Stride));
-        plane(source.get(), Stride, Dest, Stride);
+        PercentilePlane(source.get(), Stride, Dest, Stride, Width, Height, Radius, T);
         return;
     }
     // Colour (and four-byte) pixels: bytes 0, 1, 2 filtered as separate planes.
     FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
-        plane(in, Width, out, Width);
+        PercentilePlane(in, Width, out, Width, Width, Height, Radius, T);
     });
 }
 

@@ -1,10 +1,6 @@
 // The one CPU dispatcher: which instruction set the wider code paths may use.
 #pragma once
 
-// Functions compiled for a wider set carry one of these; they run only where
-// ActiveIsa() allows it.
-#define VELOMAR_TARGET_AVX2 __attribute__((target("avx2")))
-
 // 64-bit MinGW GCC cannot align its stack for spilled 256- and 512-bit
 // registers (it emits aligned moves into a 16-byte aligned frame), so the
 // wider paths that may spill are compiled only where this is 1; elsewhere

@@ -14,6 +14,12 @@ namespace velomar {
 void BuildBorderTables(int32_t Radius, int32_t Width, int32_t Height, int32_t Stride,
                        int32_t EdgeMode, int32_t* ColumnIndex, int32_t* RowOffset);
 
+// A copy of one plane (Width bytes of each row, rows Stride apart) with
+// Radius more pixels on every side, placed by EdgeMode through the border
+// tables; rows Width + 2 * Radius bytes apart.
+Buffer<uint8_t> PadPlane(const uint8_t* Src, int32_t Width, int32_t Height, int32_t Stride, int32_t Radius,
+                         int32_t EdgeMode);
+
 // ---- sliding histograms ----------------------------------------------------------
 
 // Histograms count in 16 bits: (2 * 127 + 1)^2 = 65025 samples is the largest
@@ -59,13 +65,19 @@ inline __m128i RunningTotals8(__m128i v) {
 // running[0..15] (16-byte aligned). Totals never exceed 65025 and are
 // compared unsigned; the last one must reach the target, so the result is
 // 0..15.
-inline int32_t FirstReaching16(__m128i h0, __m128i h1, __m128i start, __m128i target, uint16_t* running) {
+// Inclusive running totals of 16 counters (h0: 0..7, h1: 8..15), started at
+// `start` (in every lane), into h0 and h1 and running[0..15] (16-byte aligned).
+inline void RunningTotals16(__m128i& h0, __m128i& h1, __m128i start, uint16_t* running) {
     h0 = _mm_add_epi16(RunningTotals8(h0), start);
     // Lane 7 of the lower half carries into every lane of the upper half.
     const __m128i carry = _mm_shufflehi_epi16(h0, 0xFF);
     h1 = _mm_add_epi16(RunningTotals8(h1), _mm_unpackhi_epi64(carry, carry));
     Store16(running, 0, h0);
     Store16(running, 1, h1);
+}
+
+inline int32_t FirstReaching16(__m128i h0, __m128i h1, __m128i start, __m128i target, uint16_t* running) {
+    RunningTotals16(h0, h1, start, running);
     // target - total saturates to 0 exactly where total >= target.
     const __m128i zero = _mm_setzero_si128();
     const uint32_t reached =

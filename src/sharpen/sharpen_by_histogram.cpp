@@ -1,5 +1,6 @@
 // Rank sharpening: every pixel is pushed away from a rank statistic of its
-// square neighbourhood, read from a sliding 256-bin histogram.
+// square neighbourhood.
+#include "blur/blur.h"
 #include "core/neighbourhood.h"
 #include "core/planes.h"
 #include "sharpen/sharpen.h"
@@ -24,32 +25,20 @@ void SharpenPlane(const uint8_t* src, uint8_t* dst, int32_t width, int32_t heigh
         }
         return;
     }
+    // M is one above the first value at which the running count of the
+    // neighbourhood (mirrored at the borders) reaches T = Area / 2: the
+    // percentile with threshold T - 1, plus one. The plane is padded so that
+    // the percentile's own border rule never comes into play.
     const int32_t span = 2 * radius + 1;
-    const __m128i target = _mm_set1_epi16(static_cast<int16_t>(span * span / 2));
-
-    Buffer<int32_t> column_index(size_t(width) + 2 * radius);
-    Buffer<int32_t> row_offset(size_t(height) + 2 * radius);
-    BuildBorderTables(radius, width, height, stride, EDGE_REFLECT, column_index.data(),
-                      row_offset.data());
-    // Coarse counters of 16 bins each run beside the fine ones, so the rank
-    // scan walks at most 16 + 16 bins instead of 256.
-    SlidingHistogram<true> window(src, width, radius, 1, 0, column_index.data(), row_offset.data());
-    alignas(16) uint16_t running[16];
+    const int32_t pitch = width + 2 * radius, rows = height + 2 * radius;
+    const Buffer<uint8_t> padded = PadPlane(src, width, height, stride, radius, EDGE_REFLECT);
+    Buffer<uint8_t> rank(size_t(pitch) * rows);
+    PercentilePlane(padded.data(), pitch, rank.data(), pitch, pitch, rows, radius, span * span / 2 - 1);
     for (int32_t y = 0; y < height; ++y) {
         const uint8_t* s = src + size_t(y) * stride;
+        const uint8_t* m = rank.data() + size_t(y + radius) * pitch + radius;
         uint8_t* d = dst + size_t(y) * stride;
-        window.Row(y, [&](int32_t x, const uint16_t* fine, const uint16_t* coarse) {
-            // M: the smallest m whose bins 0 .. m - 1 hold at least T samples,
-            // one above the value where the running count reaches T. The span
-            // holds more than T samples, so the scan always stops.
-            const int32_t block = FirstReaching16(Load16(coarse, 0), Load16(coarse, 1), _mm_setzero_si128(),
-                                                  target, running);
-            const uint16_t before = block > 0 ? running[block - 1] : 0;
-            const uint16_t* seg = fine + block * 16;
-            const int32_t bin = block * 16 + FirstReaching16(Load16(seg, 0), Load16(seg, 1),
-                                                             _mm_set1_epi16(int16_t(before)), target, running);
-            d[x] = PushAway(s[x], bin + 1);
-        });
+        for (int32_t x = 0; x < width; ++x) d[x] = PushAway(s[x], m[x] + 1);
     }
 }
 

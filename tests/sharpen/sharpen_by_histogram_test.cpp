@@ -26,7 +26,8 @@ std::vector<uint8_t> Direct(const Image& src, std::vector<uint8_t> out, int radi
 
 // Radius 0 has T = 0, so M = 0 and the value grows by half; on a constant
 // picture (every ninth) M = v + 1 pushes by (v + 1 - v) / 2 = 0.
-TEST(SharpenByHistgram, MatchesADirectRankCount) {
+using SharpenPaths = vtest::EveryIsa;
+TEST_P(SharpenPaths, MatchesADirectRankCount) {
     for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
         const Image noise = vtest::SweepImage(trial, {1, 3, 4, 2}, 24, 16, 4);
         const Image src = trial % 9 == 4 ? vtest::Flat(noise, std::array{0, 77, 255}[trial % 3]) : noise;
@@ -46,5 +47,7 @@ TEST(SharpenByHistgram, RadiusOutsideTheCounterRangeLeavesDestUntouched) {
     ::SharpenByHistgram(src.data(), dest.data(), 12, 5, src.stride, 127);
     EXPECT_TRUE(vtest::BytesEqual(Direct(src, dest.bytes, 127), dest.bytes));
 }
+
+VELOMAR_INSTANTIATE_EVERY_ISA(Isa, SharpenPaths);
 
 }  // namespace

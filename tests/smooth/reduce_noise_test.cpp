@@ -26,7 +26,8 @@ std::vector<uint8_t> DirectReduce(const Image& src, std::vector<uint8_t> dest, i
 }
 
 // Amount 0 (the second trial) is the identity.
-TEST(ReduceNoise, MatchesDirectRankCount) {
+using ReduceNoisePaths = vtest::EveryIsa;
+TEST_P(ReduceNoisePaths, MatchesDirectRankCount) {
     for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
         const Image src = vtest::SweepImage(trial, {1, 3, 4, 2}, 24, 20);
         const int radius = vtest::RandomInt(0, trial % 6 == 0 ? 30 : 4);
@@ -53,5 +54,7 @@ TEST(ReduceNoise, LargestRadiusOnAFlatImage) {
     // 100 + 155 * (1 - 0.75 * 100 / 255) * -0.2 = 78.12...
     EXPECT_TRUE(vtest::AllBytes(out.bytes, 78));
 }
+
+VELOMAR_INSTANTIATE_EVERY_ISA(Isa, ReduceNoisePaths);
 
 }  // namespace
