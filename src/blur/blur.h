@@ -2,6 +2,7 @@
 // forms of the exports.
 #pragma once
 
+#include <type_traits>
 #include <vector>
 
 #include "core/core.h"
@@ -77,11 +78,24 @@ void MedianNetworkPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, in
 void PercentilePlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride, int32_t Width,
                      int32_t Height, int32_t Radius, int32_t T);
 
-// Each pixel's rank in its neighbourhood, borders replicated: Counts (rows
-// Width apart) receives the number of neighbourhood samples at most the
-// pixel's own value. Radius is 1 .. kMaxHistogramRadius.
-void RankCountPlane(const uint8_t* Src, int32_t SrcStride, uint16_t* Counts, int32_t Width, int32_t Height,
-                    int32_t Radius);
+// Each pixel's rank in its neighbourhood, borders replicated: for rows
+// Inset .. Height - 1 - Inset, Sink receives the row (counted from 0 at
+// Inset) and, for each of its Width pixels, the number of neighbourhood
+// samples at most the pixel's own value. Radius is 1 .. kMaxHistogramRadius.
+struct CountRowSink {
+    void* context = nullptr;
+    void (*take)(void* context, int32_t row, const uint16_t* counts) = nullptr;
+};
+void RankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height, int32_t Radius,
+                    int32_t Inset, CountRowSink Sink);
+template <class Take>  // take(row, counts)
+void RankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height, int32_t Radius,
+                    int32_t Inset, Take&& take) {
+    RankCountPlane(Src, SrcStride, Width, Height, Radius, Inset,
+                   CountRowSink{&take, [](void* c, int32_t row, const uint16_t* counts) {
+                                    (*static_cast<std::remove_reference_t<Take>*>(c))(row, counts);
+                                }});
+}
 
 // The median row walk in 256-bit form (median_blur_avx2.cpp), same arguments
 // and results as the SSE2 walk; called where ActiveIsa() allows AVX2.

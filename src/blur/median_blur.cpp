@@ -126,12 +126,13 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
 // Percentile filter of one plane. Src and Dest rows are SrcStride and
 // DestStride bytes apart; only the first Width bytes of a row are touched.
 // Radius is 1..127 and T is in -1..Area-1, so every count fits 16 bits and
-// both searches end inside their 16 bins. With kCount, Counts (rows Width
-// apart) receives each pixel's count of samples at most its own value, and
-// Dest and T are not used.
+// both searches end inside their 16 bins. With kCount, Sink receives each
+// row's counts of samples at most the pixel's own value instead, for rows
+// Inset .. Height - 1 - Inset only, and Dest and T are not used.
 template <bool kCount>
 void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride,
-                    uint16_t* Counts, int32_t Width, int32_t Height, int32_t Radius, int32_t T) {
+                    CountRowSink Sink, int32_t Inset, int32_t Width, int32_t Height, int32_t Radius,
+                    int32_t T) {
     const bool UseAvx2 = ActiveIsa() >= Isa::Avx2;
     const size_t w = static_cast<size_t>(Width);
     // Per column: 16 coarse counters; 256 fine counters laid out coarse bin
@@ -166,6 +167,7 @@ void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_
         }
     }
 
+    Buffer<uint16_t> counts(kCount ? w : 0);
     const int32_t diameter = 2 * Radius + 1;
     const MedianRowFn Row = UseAvx2 ? MedianRowAvx2<kCount> : MedianRowSse2<kCount>;
     for (int32_t i = 0; i < Height; ++i) {
@@ -182,6 +184,8 @@ void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_
             ++cfx[fineOffset[vi]];
         }
 
+        if (i < Inset || i >= Height - Inset) continue;
+
         // Neighbourhood of column 0: columns left of the image replicate
         // column 0, columns right of it the last column.
         Clear16(coarse);
@@ -194,8 +198,14 @@ void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_
             lastColumn[k] = 0;
         }
 
-        Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, Src + size_t(i) * SrcStride,
-            kCount ? nullptr : Dest + size_t(i) * DestStride, kCount ? Counts + size_t(i) * Width : nullptr);
+        if (kCount) {
+            Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, Src + size_t(i) * SrcStride, nullptr,
+                counts.data());
+            Sink.take(Sink.context, i - Inset, counts.data());
+        } else {
+            Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, nullptr, Dest + size_t(i) * DestStride,
+                nullptr);
+        }
     }
 }
 
@@ -210,12 +220,12 @@ void PercentilePlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32
     if (Radius <= networkRadius)
         MedianNetworkPlane(Src, SrcStride, Dest, DestStride, Width, Height, Radius, T);
     else
-        HistogramPlane<false>(Src, SrcStride, Dest, DestStride, nullptr, Width, Height, Radius, T);
+        HistogramPlane<false>(Src, SrcStride, Dest, DestStride, {}, 0, Width, Height, Radius, T);
 }
 
-void RankCountPlane(const uint8_t* Src, int32_t SrcStride, uint16_t* Counts, int32_t Width, int32_t Height,
-                    int32_t Radius) {
-    HistogramPlane<true>(Src, SrcStride, nullptr, 0, Counts, Width, Height, Radius, 0);
+void RankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height, int32_t Radius,
+                    int32_t Inset, CountRowSink Sink) {
+    HistogramPlane<true>(Src, SrcStride, nullptr, 0, Sink, Inset, Width, Height, Radius, 0);
 }
 
 void MedianBlur(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,

@@ -13,16 +13,6 @@ namespace {
 // One byte per pixel, Src and Dest distinct, 0 <= Radius <= kMaxRadius.
 void ReducePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
                  int32_t Stride, int32_t Radius, int32_t Amount) {
-    // Q, each pixel's count of neighbourhood samples (mirrored at the
-    // borders) at most its own value. The plane is padded so that the
-    // count's own border rule never comes into play; a lone sample counts 1.
-    const int32_t pitch = Width + 2 * Radius, rows = Height + 2 * Radius;
-    Buffer<uint16_t> counts(Radius > 0 ? size_t(pitch) * rows : 0);
-    if (Radius > 0) {
-        const Buffer<uint8_t> padded = PadPlane(Src, Width, Height, Stride, Radius, EDGE_REFLECT);
-        RankCountPlane(padded.data(), pitch, counts.data(), pitch, rows, Radius);
-    }
-
     const int32_t N = (2 * Radius + 1) * (2 * Radius + 1);
     const double K = Amount * (-0.2) / 100.0;
     // (Q * 255) / N for every possible rank Q; then, for every equalised
@@ -39,13 +29,26 @@ void ReducePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heigh
         }
     }
 
-    for (int32_t y = 0; y < Height; ++y) {
-        const uint8_t* s = Src + size_t(y) * Stride;
-        const uint16_t* q = counts.data() + size_t(y + Radius) * pitch + Radius;
-        uint8_t* d = Dest + size_t(y) * Stride;
-        for (int32_t x = 0; x < Width; ++x)
-            d[x] = result[size_t(equalised[Radius > 0 ? q[x] : 1]) * 256 + s[x]];
+    if (Radius == 0) {  // a lone sample ranks 1
+        for (int32_t y = 0; y < Height; ++y) {
+            const uint8_t* s = Src + size_t(y) * Stride;
+            uint8_t* d = Dest + size_t(y) * Stride;
+            for (int32_t x = 0; x < Width; ++x) d[x] = result[size_t(equalised[1]) * 256 + s[x]];
+        }
+        return;
     }
+    // Q, each pixel's count of neighbourhood samples (mirrored at the
+    // borders) at most its own value. The plane is padded so that the
+    // count's own border rule never comes into play.
+    const int32_t pitch = Width + 2 * Radius;
+    const Buffer<uint8_t> padded = PadPlane(Src, Width, Height, Stride, Radius, EDGE_REFLECT);
+    RankCountPlane(padded.data(), pitch, pitch, Height + 2 * Radius, Radius, Radius,
+                   [&](int32_t y, const uint16_t* counts) {
+                       const uint8_t* s = Src + size_t(y) * Stride;
+                       const uint16_t* q = counts + Radius;
+                       uint8_t* d = Dest + size_t(y) * Stride;
+                       for (int32_t x = 0; x < Width; ++x) d[x] = result[size_t(equalised[q[x]]) * 256 + s[x]];
+                   });
 }
 
 // Runs the plane filter on the first Width bytes of each row.
