@@ -86,73 +86,48 @@ inline int32_t FirstReaching16(__m128i h0, __m128i h1, __m128i start, __m128i ta
     return __builtin_ctz(reached) >> 1;
 }
 
-// The neighbourhood histogram of every pixel of one plane, row after row.
-// One 256-counter histogram per source column follows the band of rows
-// y - Radius .. y + Radius; along a row the window's histogram adds the
-// column entering on the right and subtracts the one leaving on the left.
-// Border columns share their source column's histogram through the column
-// table. With Coarse, 16 counters of high nibbles run beside the 256.
-// Pixels of the plane lie Step bytes apart from byte Channel of each row; the
-// tables are BuildBorderTables' for this Radius (at most kMaxHistogramRadius).
-template <bool Coarse>
+// The column histograms behind a neighbourhood histogram that slides over one
+// plane, row after row: one 256-counter histogram per source column follows
+// the band of rows y - Radius .. y + Radius. Along a row the window's
+// histogram then adds the column entering on the right and subtracts the one
+// leaving on the left; border columns share their source column's histogram
+// through the column table. Pixels of the plane lie Step bytes apart from
+// byte Channel of each row; RowOffset is BuildBorderTables' for this Radius
+// (at most kMaxHistogramRadius).
 class SlidingHistogram {
 public:
     SlidingHistogram(const uint8_t* src, int32_t width, int32_t radius, int32_t step, int32_t channel,
-                     const int32_t* columnIndex, const int32_t* rowOffset)
-        : src_(src + channel), width_(width), radius_(radius), step_(step), columnIndex_(columnIndex),
-          rowOffset_(rowOffset), fine_(size_t(width) * kHistogramBins, true),
-          coarse_(Coarse ? size_t(width) * 16 : 1, true) {}
+                     const int32_t* rowOffset)
+        : src_(src + channel), width_(width), radius_(radius), step_(step), rowOffset_(rowOffset),
+          fine_(size_t(width) * kHistogramBins, true) {}
 
-    // Calls visit(x, fine, coarse) for x = 0 .. Width - 1 with the histograms
-    // of the neighbourhood of (x, y). Rows must come in order from 0.
-    template <class Visit>
-    void Row(int32_t y, Visit&& visit) {
+    // Moves the column histograms to the band of row y. Rows must come in
+    // order from 0.
+    void Advance(int32_t y) {
         if (y == 0) {
             for (int32_t k = 0; k <= 2 * radius_; ++k) Columns(k, 1);
         } else {
             Columns(y - 1, 0xFFFF);           // position y - Radius - 1 leaves (counters wrap)
             Columns(y + 2 * radius_, 1);      // position y + Radius enters
         }
-        std::memset(window_, 0, sizeof window_);
-        std::memset(windowCoarse_, 0, sizeof windowCoarse_);
-        for (int32_t k = 0; k <= 2 * radius_; ++k) Enter(columnIndex_[k]);
-        for (int32_t x = 0; x < width_; ++x) {
-            if (x > 0) {
-                Enter(columnIndex_[x + 2 * radius_]);  // column x + Radius
-                Leave(columnIndex_[x - 1]);            // column x - Radius - 1
-            }
-            visit(x, static_cast<const uint16_t*>(window_), static_cast<const uint16_t*>(windowCoarse_));
-        }
     }
+
+    // The histogram of source column x over the current band (16-byte
+    // aligned, 256 counters).
+    const uint16_t* Column(int32_t x) const { return fine_.data() + size_t(x) * kHistogramBins; }
 
 private:
     // Adds delta (modulo 65536) for every pixel of the row at table entry k.
     void Columns(int32_t k, uint16_t delta) {
         const uint8_t* row = src_ + rowOffset_[k];
         uint16_t* f = fine_.data();
-        uint16_t* c = coarse_.data();
-        for (int32_t x = 0; x < width_; ++x) {
-            const uint8_t v = row[size_t(x) * step_];
-            f[size_t(x) * kHistogramBins + v] += delta;
-            if constexpr (Coarse) c[size_t(x) * 16 + (v >> 4)] += delta;
-        }
-    }
-    void Enter(int32_t column) {
-        HistogramAdd(window_, fine_.data() + size_t(column) * kHistogramBins);
-        if constexpr (Coarse) Add16(windowCoarse_, coarse_.data() + size_t(column) * 16);
-    }
-    void Leave(int32_t column) {
-        HistogramSub(window_, fine_.data() + size_t(column) * kHistogramBins);
-        if constexpr (Coarse) Sub16(windowCoarse_, coarse_.data() + size_t(column) * 16);
+        for (int32_t x = 0; x < width_; ++x) f[size_t(x) * kHistogramBins + row[size_t(x) * step_]] += delta;
     }
 
     const uint8_t* src_;
     int32_t width_, radius_, step_;
-    const int32_t* columnIndex_;
     const int32_t* rowOffset_;
-    Buffer<uint16_t> fine_, coarse_;
-    alignas(16) uint16_t window_[kHistogramBins];
-    alignas(16) uint16_t windowCoarse_[16];
+    Buffer<uint16_t> fine_;
 };
 
 }  // namespace velomar

@@ -1,7 +1,10 @@
 // Local entropy over a square neighbourhood, stretched per channel to 0..255.
+#include <immintrin.h>
+
 #include <bit>
 #include <cmath>
 
+#include "core/cpu.h"
 #include "core/neighbourhood.h"
 #include "statistics/statistics.h"
 
@@ -22,28 +25,11 @@ struct BinMask {
     uint64_t word[4];
 };
 
-// Copies Accumulator into Snapshot and returns the mask of its non-zero bins.
-inline BinMask SnapshotBins(const uint16_t* Accumulator, Histogram& Snapshot) {
-    const auto* a = reinterpret_cast<const __m128i*>(Accumulator);
-    auto* s = reinterpret_cast<__m128i*>(Snapshot.count);
-    const __m128i zero = _mm_setzero_si128();
-    BinMask mask{};
-    for (int i = 0; i < kHistogramBins / 16; ++i) {
-        const __m128i lo = _mm_load_si128(a + 2 * i), hi = _mm_load_si128(a + 2 * i + 1);
-        _mm_store_si128(s + 2 * i, lo);
-        _mm_store_si128(s + 2 * i + 1, hi);
-        const __m128i empty = _mm_packs_epi16(_mm_cmpeq_epi16(lo, zero), _mm_cmpeq_epi16(hi, zero));
-        const uint64_t bits = static_cast<uint32_t>(~_mm_movemask_epi8(empty)) & 0xFFFFu;
-        mask.word[i / 4] |= bits << (16 * (i % 4));
-    }
-    return mask;
-}
-
-// E = sum of Table[count] in bin order from 0, for each histogram of the
-// group. Bins empty in every histogram are skipped: Table[0] is 0 and adding
-// it leaves a non-negative sum unchanged.
-inline void GroupEntropy(const Histogram* Slots, const BinMask& Union, const double* Table,
-                         double* Out) {
+// E = sum of Table[count] in bin order from 0, for the first Filled
+// histograms of the group. Bins empty in every histogram are skipped:
+// Table[0] is 0 and adding it leaves a non-negative sum unchanged.
+inline void GroupEntropy(const Histogram* Slots, const BinMask& Union, const double* Table, double* Out,
+                         int32_t Filled) {
     double s[kGroup] = {};
     for (int w = 0; w < 4; ++w) {
         uint64_t bits = Union.word[w];
@@ -53,37 +39,88 @@ inline void GroupEntropy(const Histogram* Slots, const BinMask& Union, const dou
             for (int p = 0; p < kGroup; ++p) s[p] += Table[Slots[p].count[b]];
         }
     }
-    for (int p = 0; p < kGroup; ++p) Out[p] = s[p];
+    for (int p = 0; p < Filled; ++p) Out[p] = s[p];
 }
 
+namespace sse2 {
+struct Words {
+    using V = __m128i;
+    static constexpr int32_t kLanes = 8;
+    static V Load(const uint16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    static void Store(uint16_t* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+    static V Add(V a, V b) { return _mm_add_epi16(a, b); }
+    static V Sub(V a, V b) { return _mm_sub_epi16(a, b); }
+    static V Zero() { return _mm_setzero_si128(); }
+    static uint32_t NonZero16(V a, V b) {
+        const V z = Zero();
+        return ~uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a, z), _mm_cmpeq_epi16(b, z)))) & 0xFFFFu;
+    }
+    static uint32_t NonZero32(const V* w, int32_t i) {
+        return NonZero16(w[4 * i], w[4 * i + 1]) | NonZero16(w[4 * i + 2], w[4 * i + 3]) << 16;
+    }
+};
+#include "statistics/entropy_lanes.inc"
+}  // namespace sse2
+
+#if VELOMAR_WIDE_PATHS
+#pragma GCC push_options
+#pragma GCC target("avx2")
+namespace avx2 {
+struct Words {
+    using V = __m256i;
+    static constexpr int32_t kLanes = 16;
+    static V Load(const uint16_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+    static void Store(uint16_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+    static V Add(V a, V b) { return _mm256_add_epi16(a, b); }
+    static V Sub(V a, V b) { return _mm256_sub_epi16(a, b); }
+    static V Zero() { return _mm256_setzero_si256(); }
+    static uint32_t NonZero32(const V* w, int32_t i) {
+        // The pack interleaves 128-bit halves; the permutation puts the
+        // counters back in order.
+        const V z = Zero();
+        const V empty = _mm256_packs_epi16(_mm256_cmpeq_epi16(w[2 * i], z), _mm256_cmpeq_epi16(w[2 * i + 1], z));
+        return ~uint32_t(_mm256_movemask_epi8(_mm256_permute4x64_epi64(empty, 0xD8)));
+    }
+};
+#include "statistics/entropy_lanes.inc"
+}  // namespace avx2
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512bw")
+namespace avx512 {
+struct Words {
+    using V = __m512i;
+    static constexpr int32_t kLanes = 32;
+    static V Load(const uint16_t* p) { return _mm512_loadu_si512(p); }
+    static void Store(uint16_t* p, V v) { _mm512_storeu_si512(p, v); }
+    static V Add(V a, V b) { return _mm512_add_epi16(a, b); }
+    static V Sub(V a, V b) { return _mm512_sub_epi16(a, b); }
+    static V Zero() { return _mm512_setzero_si512(); }
+    static uint32_t NonZero32(const V* w, int32_t i) { return _mm512_test_epi16_mask(w[i], w[i]); }
+};
+#include "statistics/entropy_lanes.inc"
+}  // namespace avx512
+#pragma GCC pop_options
+#endif
+
+using EntropyRowFn = void (*)(const SlidingHistogram&, const int32_t*, int32_t, int32_t, const double*,
+                              Histogram*, double*);
+
 // Entropy map of one channel (byte Channel of pixels Step bytes apart),
-// written to Map at the pixel's byte index.
-void EntropyPlane(const uint8_t* Src, double* Map, int32_t Width, int32_t Height, int32_t Stride,
-                  int32_t Step, int32_t Channel, int32_t Radius, const int32_t* ColumnIndex,
-                  const int32_t* RowOffset, const double* Table) {
-    SlidingHistogram<false> window(Src, Width, Radius, Step, Channel, ColumnIndex, RowOffset);
+// written to Map, rows Width apart.
+void EntropyPlane(const uint8_t* Src, double* Map, int32_t Width, int32_t Height, int32_t Step, int32_t Channel,
+                  int32_t Radius, const int32_t* ColumnIndex, const int32_t* RowOffset, const double* Table) {
+    EntropyRowFn row = sse2::EntropyRow;
+#if VELOMAR_WIDE_PATHS
+    if (ActiveIsa() >= Isa::Avx512) row = avx512::EntropyRow;
+    else if (ActiveIsa() >= Isa::Avx2) row = avx2::EntropyRow;
+#endif
+    SlidingHistogram columns(Src, Width, Radius, Step, Channel, RowOffset);
     Buffer<Histogram> slots(kGroup, true);
-    double entropy[kGroup];
     for (int32_t y = 0; y < Height; ++y) {
-        double* map_row = Map + static_cast<size_t>(y) * Stride + Channel;
-        BinMask group_bins{};
-        int filled = 0;
-        window.Row(y, [&](int32_t x, const uint16_t* hist, const uint16_t*) {
-            const BinMask bins = SnapshotBins(hist, slots[filled]);
-            for (int w = 0; w < 4; ++w) group_bins.word[w] |= bins.word[w];
-            ++filled;
-            if (filled == kGroup || x == Width - 1) {
-                // Unused slots of a last, short group hold empty histograms.
-                for (int p = filled; p < kGroup; ++p)
-                    std::memset(slots[p].count, 0, sizeof slots[p].count);
-                GroupEntropy(slots.data(), group_bins, Table, entropy);
-                const int32_t first = x + 1 - filled;
-                for (int p = 0; p < filled; ++p)
-                    map_row[static_cast<size_t>(first + p) * Step] = entropy[p];
-                group_bins = BinMask{};
-                filled = 0;
-            }
-        });
+        columns.Advance(y);
+        row(columns, ColumnIndex, Width, Radius, Table, slots.data(), Map + static_cast<size_t>(y) * Width);
     }
 }
 
@@ -111,31 +148,25 @@ void EntropyFilter(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Hei
     BuildBorderTables(Radius, Width, Height, Stride, EdgeMode, column_index.data(),
                       row_offset.data());
 
-    Buffer<double> map(ImageBytes(Height, Stride));
-    for (int32_t c = 0; c < channels; ++c)
-        EntropyPlane(Src, map.data(), Width, Height, Stride, channels, c, Radius,
-                     column_index.data(), row_offset.data(), table.data());
-
-    // Stretch each channel by its own range; only the walked bytes are
-    // written (the row padding of Dest is left alone). Src has been read in
-    // full, so Dest may be Src.
+    // One channel's map at a time: the stretch takes each channel's own
+    // range. Only the walked bytes are written (the row padding of Dest is
+    // left alone), and a channel's bytes of Src are read in full before they
+    // are written, so Dest may be Src.
+    Buffer<double> map(static_cast<size_t>(Width) * Height);
     for (int32_t c = 0; c < channels; ++c) {
+        EntropyPlane(Src, map.data(), Width, Height, channels, c, Radius, column_index.data(),
+                     row_offset.data(), table.data());
         double lo = 1.7976931348623157e308, hi = -1.7976931348623157e308;
-        for (int32_t y = 0; y < Height; ++y) {
-            const double* e = map.data() + static_cast<size_t>(y) * Stride + c;
-            for (int32_t x = 0; x < Width; ++x) {
-                const double v = e[static_cast<size_t>(x) * channels];
-                if (v < lo) lo = v;
-                if (v > hi) hi = v;
-            }
+        for (size_t i = 0; i < map.size(); ++i) {
+            if (map[i] < lo) lo = map[i];
+            if (map[i] > hi) hi = map[i];
         }
         const double gain = hi == lo ? 0.0 : 255.0 / (hi - lo);
         for (int32_t y = 0; y < Height; ++y) {
-            const size_t row = static_cast<size_t>(y) * Stride + c;
-            for (int32_t x = 0; x < Width; ++x) {
-                const size_t i = row + static_cast<size_t>(x) * channels;
-                Dest[i] = static_cast<uint8_t>(TruncToInt((map[i] - lo) * gain));
-            }
+            const double* e = map.data() + static_cast<size_t>(y) * Width;
+            uint8_t* d = Dest + static_cast<size_t>(y) * Stride + c;
+            for (int32_t x = 0; x < Width; ++x)
+                d[static_cast<size_t>(x) * channels] = static_cast<uint8_t>(TruncToInt((e[x] - lo) * gain));
         }
     }
 }

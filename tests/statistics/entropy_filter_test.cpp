@@ -38,7 +38,8 @@ std::vector<uint8_t> DirectEntropy(const Image& src, int r, int mode, std::vecto
 
 // Few distinct values (every fourth picture) make ties in the stretch and
 // empty bins common; a constant picture (every ninth) is zero everywhere.
-TEST(EntropyFilter, MatchesDirectHistogram) {
+using EntropyPaths = vtest::EveryIsa;
+TEST_P(EntropyPaths, MatchesDirectHistogram) {
     for (int trial = 0; trial < 50 && !HasFailure(); ++trial) {
         Image src = vtest::SweepImage(trial, {1, 3}, 30, 20, 3);
         const int r = trial < 10 ? trial / 2 : vtest::RandomInt(0, 24), mode = vtest::RandomInt(0, 1);
@@ -60,5 +61,7 @@ TEST(EntropyFilter, MatchesDirectHistogram) {
         [&](uint8_t* d) { EntropyFilter(src.data(), d, 2, 2, 4, 1, 1); },  // two bytes per pixel
     }));
 }
+
+VELOMAR_INSTANTIATE_EVERY_ISA(Isa, EntropyPaths);
 
 }  // namespace
