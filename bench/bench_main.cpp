@@ -1,8 +1,14 @@
 // Benchmark driver: runs every registered benchmark single-threaded and
 // prints a summary of each export beside its OpenCV peer.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <map>
 #include <memory>
+#include <string>
 
 #include "bench_util.h"
 
@@ -83,7 +89,69 @@ private:
     std::map<std::string, double> ms_;
 };
 
+struct MemoryCase {
+    std::string key;
+    int channels;
+    std::function<void(Image&, Image&)> body;
+};
+
+std::vector<MemoryCase>& MemoryCases() {
+    static std::vector<MemoryCase> cases;
+    return cases;
+}
+
+// A "Name:   1234 kB" line of /proc/self/status, in kB (-1 if absent).
+long StatusKb(const char* name) {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    const size_t n = std::strlen(name);
+    while (std::getline(status, line))
+        if (line.compare(0, n, name) == 0 && line.size() > n && line[n] == ':') return std::stol(line.substr(n + 1));
+    return -1;
+}
+
+// Runs the case once in a child process: resets the peak-RSS mark once the
+// images exist, calls, and reports the peak's rise in kB (-1 on failure).
+long PeakRiseKb(const MemoryCase& c) {
+    int fds[2];
+    if (pipe(fds) != 0) return -1;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        Image src = MakeImage(c.channels), dst = src;
+        long rise = -1;
+        if (std::ofstream("/proc/self/clear_refs") << "5" << std::flush) {
+            const long before = StatusKb("VmRSS");
+            c.body(src, dst);
+            rise = StatusKb("VmHWM") - before;
+        }
+        (void)!write(fds[1], &rise, sizeof rise);
+        _exit(0);
+    }
+    close(fds[1]);
+    long rise = -1;
+    if (pid < 0 || read(fds[0], &rise, sizeof rise) != sizeof rise) rise = -1;
+    close(fds[0]);
+    if (pid > 0) waitpid(pid, nullptr, 0);
+    return rise;
+}
+
+void PrintMemoryTable() {
+    std::printf("\n%-48s %12s %14s\n", "peak memory of one call at 1920x1080", "MB", "x image size");
+    for (const MemoryCase& c : MemoryCases()) {
+        const long kb = PeakRiseKb(c);
+        const double image = double(kWidth) * kHeight * c.channels / 1e6;
+        if (kb < 0) std::printf("%-48s %12s\n", c.key.c_str(), "n/a");
+        else std::printf("%-48s %12.1f %14.1f\n", c.key.c_str(), kb * 1024 / 1e6, kb * 1024 / 1e6 / image);
+    }
+    std::printf("(resident memory above the source and destination images)\n");
+}
+
 }  // namespace
+
+void RegisterMemory(const std::string& key, int channels, std::function<void(Image&, Image&)> body) {
+    MemoryCases().push_back({key, channels, std::move(body)});
+}
 
 void Register(const std::string& key, int channels, std::function<void(Image&, Image&)> body) {
     RegisterBody(key, channels, std::move(body));
@@ -104,9 +172,13 @@ int main(int argc, char** argv) {
 #if VELOMAR_HAVE_OPENCV
     cv::setNumThreads(1);
 #endif
+    // The memory table is printed for whole runs, not for filtered ones.
+    bool filtered = false;
+    for (int i = 1; i < argc; ++i) filtered |= std::strncmp(argv[i], "--benchmark_filter", 18) == 0;
     benchmark::Initialize(&argc, argv);
     vbench::SummaryReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
+    if (!filtered) vbench::PrintMemoryTable();
     return 0;
 }

@@ -41,6 +41,11 @@ void Register(const std::string& key, int channels, std::function<void(Image& sr
 void RegisterPeer(const std::string& key, const std::string& peer, int channels,
                   std::function<void(Image& src, Image& dst)> body);
 
+// Registers "key" for the peak-memory table: the body runs once in a child
+// process, and the table reports how far its resident memory rose above the
+// two images it was given.
+void RegisterMemory(const std::string& key, int channels, std::function<void(Image& src, Image& dst)> body);
+
 // Layout name used in keys.
 inline const char* LayoutName(int channels) { return channels == 1 ? "grey" : "bgr"; }
 

@@ -1,5 +1,6 @@
 // Denoising filters (Lee, Wiener, noise reduction) over a radius sweep; their
-// cost should not grow with the radius.
+// cost should not grow with the radius. Noise reduction ranks each pixel in
+// its window, so the median over the same window is its peer.
 #include "bench_util.h"
 #include "velomar.h"
 
@@ -21,6 +22,14 @@ struct Registrar {
                 vbench::Register("ReduceNoise" + suffix, c, [r](Image& s, Image& d) {
                     ReduceNoise(s.data(), d.data(), s.width, s.height, s.stride, r, 60);
                 });
+#if VELOMAR_HAVE_OPENCV
+                // A rank filter over the same window.
+                if (r == 5)
+                    vbench::RegisterPeer("ReduceNoise" + suffix, "cv::medianBlur(11)", c, [](Image& s, Image& d) {
+                        cv::Mat out = vbench::AsMat(d);
+                        cv::medianBlur(vbench::AsMat(s), out, 11);
+                    });
+#endif
             }
         }
     }

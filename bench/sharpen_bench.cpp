@@ -50,11 +50,15 @@ struct Registrar {
                                      cv::magnitude(gx.reshape(1), gy.reshape(1), mag);
                                      mag.reshape(c).convertTo(out, CV_8U, -1.0, 255.0);
                                  });
-            vbench::RegisterPeer("SharpenByHistgram/" + layout + "/r10", "cv::medianBlur(21)", c,
-                                 [](Image& s, Image& d) {
-                                     cv::Mat out = vbench::AsMat(d);
-                                     cv::medianBlur(vbench::AsMat(s), out, 21);
-                                 });
+            // The same window, the same rank: the median.
+            for (int r : radii)
+                if (r == 5 || r == 10)
+                    vbench::RegisterPeer("SharpenByHistgram/" + layout + "/r" + std::to_string(r),
+                                         "cv::medianBlur(" + std::to_string(2 * r + 1) + ")", c,
+                                         [r](Image& s, Image& d) {
+                                             cv::Mat out = vbench::AsMat(d);
+                                             cv::medianBlur(vbench::AsMat(s), out, 2 * r + 1);
+                                         });
 #endif
         }
     }
