@@ -67,10 +67,11 @@ class Op:
     def signature(self):
         first = {"ColorTransfer": "Reference, Target", "GetMotionArray": ""}
         args = [first.get(self.name, "Src")] if first.get(self.name, "Src") else []
+        args += ["Kernel=None"] if self.form == "conv" else []
         args += [f"{i}=None" for i in self.images]
         args += [f"{p.name}={p.default!r}" for p in self.params]
         if self.name != "GetMotionArray":
-            args += ["out=None", "rgb=False"]
+            args += ["*", "out=None", "rgb=False"]
         return ", ".join(args)
 
 
