@@ -21,6 +21,12 @@
 #ifndef VELOMAR_H
 #define VELOMAR_H
 
+/* Library version (libvelomar.so.VELOMAR_VERSION_MAJOR on Linux). */
+#define VELOMAR_VERSION_MAJOR  0
+#define VELOMAR_VERSION_MINOR  1
+#define VELOMAR_VERSION_PATCH  0
+#define VELOMAR_VERSION_STRING "0.1.0"
+
 #include <stdint.h>
 
 #if defined(_WIN32) && !defined(__x86_64__) && !defined(_M_X64)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian machine lacks for the given jobs, from Debian's
 # packages. Usage: install-deps.sh [build] [windows] [wine] [bench] [valgrind]
+#   [python]
 set -euo pipefail
 
 declare -A groups=(
@@ -9,6 +10,8 @@ declare -A groups=(
   [wine]="wine64"
   [bench]="libopencv-dev libopencv-contrib-dev"
   [valgrind]="valgrind"
+  # The Python binding, its dask helper and its tests (run by /usr/bin/python3).
+  [python]="python3 python3-venv python3-pip python3-setuptools python3-numpy python3-dask python3-pytest"
 )
 
 want=()
