@@ -172,9 +172,16 @@ int main(int argc, char** argv) {
 #if VELOMAR_HAVE_OPENCV
     cv::setNumThreads(1);
 #endif
-    // The memory table is printed for whole runs, not for filtered ones.
+    // The memory table is printed for whole runs, not for filtered ones;
+    // --memory prints it alone.
     bool filtered = false;
-    for (int i = 1; i < argc; ++i) filtered |= std::strncmp(argv[i], "--benchmark_filter", 18) == 0;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--memory") == 0) {
+            vbench::PrintMemoryTable();
+            return 0;
+        }
+        filtered |= std::strncmp(argv[i], "--benchmark_filter", 18) == 0;
+    }
     benchmark::Initialize(&argc, argv);
     vbench::SummaryReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
