@@ -53,28 +53,8 @@ struct SortNetwork {
     static constexpr Steps kSteps = Make();
 };
 
-namespace sse2 {
-using Lanes = Sse2Bytes;
-#include "blur/median_network_lanes.inc"
-}  // namespace sse2
-
-#if VELOMAR_WIDE_PATHS
-#pragma GCC push_options
-#pragma GCC target("avx2")
-namespace avx2 {
-using Lanes = Avx2Bytes;
-#include "blur/median_network_lanes.inc"
-}  // namespace avx2
-#pragma GCC pop_options
-
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
-namespace avx512 {
-using Lanes = Avx512Bytes;
-#include "blur/median_network_lanes.inc"
-}  // namespace avx512
-#pragma GCC pop_options
-#endif
+#define VELOMAR_BYTE_KERNEL "blur/median_network_lanes.inc"
+#include "core/byte_lanes_each_isa.inc"
 
 using RowFn = void (*)(int32_t, const uint8_t* const*, int32_t, int32_t, uint8_t*);
 

@@ -1,9 +1,9 @@
 // Vectors of unsigned bytes for each instruction set, for kernels written once
-// and compiled once per set: a file includes its kernel body inside a
-// namespace (and, for the wider sets, a target region) and names the matching
-// traits there, e.g. `using Lanes = Avx2Bytes;`. Every set offers V (kWidth
-// bytes), unaligned Load and Store, Min and Max (unsigned), Ones() (every
-// byte 255).
+// and compiled once per set: core/byte_lanes_each_isa.inc includes a kernel
+// body inside namespaces sse2, avx2 and avx512 (the wider two in target
+// regions), each naming the matching traits `Lanes`. Every set offers V
+// (kWidth bytes), unaligned Load and Store, Min and Max (unsigned), Ones()
+// (every byte 255).
 #pragma once
 
 #include <immintrin.h>

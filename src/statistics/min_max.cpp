@@ -11,28 +11,8 @@ namespace {
 
 using FoldFn = void (*)(const uint8_t* const* In, int32_t Count, uint8_t* Out, size_t N);
 
-namespace sse2 {
-using Lanes = Sse2Bytes;
-#include "statistics/min_max_lanes.inc"
-}  // namespace sse2
-
-#if VELOMAR_WIDE_PATHS
-#pragma GCC push_options
-#pragma GCC target("avx2")
-namespace avx2 {
-using Lanes = Avx2Bytes;
-#include "statistics/min_max_lanes.inc"
-}  // namespace avx2
-#pragma GCC pop_options
-
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
-namespace avx512 {
-using Lanes = Avx512Bytes;
-#include "statistics/min_max_lanes.inc"
-}  // namespace avx512
-#pragma GCC pop_options
-#endif
+#define VELOMAR_BYTE_KERNEL "statistics/min_max_lanes.inc"
+#include "core/byte_lanes_each_isa.inc"
 
 template <bool kMax>
 FoldFn FoldFor() {
