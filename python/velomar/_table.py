@@ -17,7 +17,8 @@ class Param:
 
     def describe(self):
         if self.choices is not None:
-            return " or ".join(str(c) for c in self.choices)
+            names = [str(c) for c in self.choices]
+            return " or ".join(names) if len(names) < 3 else "one of " + ", ".join(names)
         if self.lo is None and self.hi is None:
             return "any finite value" if self.ctype == "double" else "any 32-bit integer"
         if self.hi is None:
@@ -91,6 +92,10 @@ def EDGE():
     return I("EdgeMode", 1, choices=(0, 1))
 
 
+# The recursive Gaussian's largest useful deviation: far beyond it the
+# recursion's starting value (the first pixel of each line) fills the picture.
+SIGMA_MAX = 1000
+
 GREY_MEAN = ("Grey images: Dest is first filled with the box mean (BoxBlur of Radius, "
              "EDGE_REFLECT), the local mean the export reads from Dest, as the host does.")
 TILES = "TilesX and TilesY must also leave a mirrored border no wider than the image."
@@ -114,13 +119,13 @@ OPS = {
     "AutoContrast": Op([D("ClipFraction", 0.005, 0, 0.5), B("AutoGamma", 1)]),
     "AutoColor": Op([D("ClipFraction", 0.005, 0, 0.5), B("AutoGamma", 1)]),
     "HistEqualize": Op([]),
-    "SoftGlow": Op([I("Sigma", 10, 0), I("Brightness", 20, -255, 255), I("Contrast", 20, -100, 100)], (3,)),
+    "SoftGlow": Op([I("Sigma", 10, 0, SIGMA_MAX), I("Brightness", 20, -255, 255), I("Contrast", 20, -100, 100)], (3,)),
     "Exposal": Op([]),
     "ColorTransfer": Op([], (3,), form="transfer",
                         note="Reference and Target are colour arrays; they may differ in size."),
     # Blurs
     "BoxBlur": Op([I("Radius", 8, 0), EDGE()], (1, 3, 4)),
-    "GuassBlur": Op([D("Sigma", 4, 0, open_lo=True)]),
+    "GuassBlur": Op([D("Sigma", 4, 0, SIGMA_MAX, open_lo=True)]),
     "MedianBlur": Op([I("Radius", 5, 1, 127), I("Percent", 50, 0, 100)]),
     "MotionBlur": Op([I("Distance", 24, 0, 1000), D("Angle", 30), EDGE()], (1, 3, 4)),
     "LinearBlur": Op([I("Distance", 24, 0, 1000), D("Angle", 0), EDGE()], (1, 3, 4)),
@@ -157,8 +162,8 @@ OPS = {
     "HazeRemovalBasedOnBoxBlur": Op([I("Radius", 20, 0), D("Strength", 1.5, 0)], (3,)),
     "HazeRemovalBasedonContrastEnhancement": Op([I("BlockSize", 32, 1), D("LossWeight", 5, 0), I("Radius", 40, 0)],
                                                 (3,)),
-    "MSRCRGIMP": Op([D("Sigma", 90, 0, open_lo=True), I("NScales", 3, 1, 64), D("Dynamic", 2, 0, open_lo=True)]),
-    "MSRHSV": Op([D("Sigma", 90, 0, open_lo=True), I("NScales", 3, 1, 64), D("Dynamic", 2, 0, open_lo=True)], (3,)),
+    "MSRCRGIMP": Op([D("Sigma", 90, 0, SIGMA_MAX, open_lo=True), I("NScales", 3, 1, 64), D("Dynamic", 2, 0, open_lo=True)]),
+    "MSRHSV": Op([D("Sigma", 90, 0, SIGMA_MAX, open_lo=True), I("NScales", 3, 1, 64), D("Dynamic", 2, 0, open_lo=True)], (3,)),
     "HdrBasedOnExposureBlending": Op([I("Radius", 8, 0)], images=("ForShadows", "ForHighlights"),
                                      note="ForShadows and ForHighlights default to GammaCorrection of Src "
                                           "with Gamma 0.5 and 1.6, as the host makes them."),
@@ -187,8 +192,8 @@ OPS = {
     "EntropyFilter": Op([I("Radius", 4, 0, 127), EDGE()]),
     "Fragment": Op([I("Count", 4, 1, 1000), I("Distance", 8, 0), D("Angle", 45)], (1, 3, 4)),
     # Sharpening and edges
-    "UnsharpMask": Op([D("Sigma", 2, 0, open_lo=True), I("Amount", 80, 0), I("Threshold", 3, 0, 255)]),
-    "HighPass": Op([D("Sigma", 6, 0, open_lo=True)]),
+    "UnsharpMask": Op([D("Sigma", 2, 0, SIGMA_MAX, open_lo=True), I("Amount", 80, 0), I("Threshold", 3, 0, 255)]),
+    "HighPass": Op([D("Sigma", 6, 0, SIGMA_MAX, open_lo=True)]),
     "SharpenByHistgram": Op([I("Radius", 3, 0, 127)]),
     "FindEdges": Op([], (1, 3, 4)),
 }

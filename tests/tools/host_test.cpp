@@ -5,6 +5,7 @@
 #include <set>
 #include <fstream>
 #include <sstream>
+#include <tuple>
 
 #include "host.h"
 #include "velomar.h"
@@ -48,18 +49,30 @@ protected:
 
 TEST_F(HostTest, ArgumentErrorsAreReportedWithNonZeroExit) {
     host::Image image;
-    const std::string in = WriteInput(image);
+    const std::string in = WriteInput(image), o = Path("o.png");
     struct Case { std::vector<std::string> args; std::string message; } cases[] = {
         {{}, "usage"},
-        {{"frobnicate"}, "unknown command"},
+        {{"rn"}, "unknown command 'rn' (did you mean 'run'?)"},
         {{"run"}, "name an export"},
-        {{"run", "NoSuchExport", in, Path("o.png")}, "unknown export 'NoSuchExport'"},
-        {{"run", "Level", "--Shade", "3", in, Path("o.png")}, "no parameter --Shade"},
-        {{"run", "Level", "--InputLow", "dark", in, Path("o.png")}, "bad value 'dark' for --InputLow"},
-        {{"run", "Level", "--InputLow", "2.5", in, Path("o.png")}, "expected int"},
+        {{"run", "NoSuchExport", in, o}, "unknown export 'NoSuchExport'"},
+        {{"help", "medianblr"}, "unknown export 'medianblr' (did you mean 'MedianBlur'?)"},
+        {{"run", "Level", "--Shade", "3", in, o}, "no parameter --Shade"},
+        {{"run", "MedianBlur", "--Radus", "3", in, o}, "no parameter --Radus (did you mean 'Radius'?)"},
+        {{"run", "Level", "--InputLow", "dark", in, o}, "bad value 'dark' for --InputLow (expected int, 0..253)"},
+        {{"run", "Level", "--InputLow=2.5", in, o}, "expected int"},
         {{"run", "Level", "--Gamma"}, "needs a value"},
+        // Ranges are checked before the call, and the message names them.
+        {{"run", "MedianBlur", "--Radius", "1000", in, o}, "MedianBlur: --Radius must be 1..127, got 1000"},
+        {{"run", "Posterize", "--levels=257", in, o}, "Posterize: --Levels must be 2..255, got 257"},
+        {{"run", "GuassBlur", "--Sigma", "0", in, o}, "--Sigma must be > 0 and <= 1000, got 0"},
+        {{"run", "GuassBlur", "--Sigma", "1e9", in, o}, "--Sigma must be > 0 and <= 1000, got 1e9"},
+        {{"run", "Conv2", "--Kernel", "7", in, o}, "--Kernel must be one of 0, 1, 2, 3, got 7"},
+        {{"run", "BoxBlur", "--EdgeMode", "2", in, o}, "--EdgeMode must be 0 or 1, got 2"},
+        {{"run", "Level", "--quality", "0", in, Path("o.jpg")}, "--quality must be 1..100"},
         {{"run", "Level", in}, "one input and one output"},
-        {{"run", "Level", Path("missing.png"), Path("o.png")}, "cannot read image"},
+        {{"run", "Level", in, Path("o.gif")}, "use .png, .jpg"},
+        {{"run", "Level", Path("missing.png"), o}, "cannot read image"},
+        {{"run", "Level", "--out-dir", Path("d")}, "needs input files"},
         {{"gallery", "--out"}, "needs a folder"},
     };
     for (const auto& c : cases) {
@@ -67,22 +80,103 @@ TEST_F(HostTest, ArgumentErrorsAreReportedWithNonZeroExit) {
         EXPECT_NE(r.code, 0) << c.message;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << "stderr was: " << r.err;
     }
-    EXPECT_FALSE(std::filesystem::exists(Path("o.png")));
+    EXPECT_FALSE(std::filesystem::exists(o));
+    // The library's status is named when a call fails.
+    Result r = Cli({"run", "GetPadImage", "--Left", "2147483647", in, o});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("status 4 (invalid parameter)"), std::string::npos) << r.err;
 }
 
-TEST_F(HostTest, RunWritesWhatTheExportComputes) {
-    host::Image image;
-    const std::string in = WriteInput(image), out = Path("out.png");
-    Result r = Cli({"run", "Threshold", "--Threshold", "90", in, out});
-    ASSERT_EQ(r.code, 0) << r.err;
+TEST_F(HostTest, VersionAndHelpNameRangesAndDefaults) {
+    Result v = Cli({"--version"});
+    EXPECT_EQ(v.code, 0);
+    EXPECT_EQ(v.out, std::string("velomar ") + VELOMAR_VERSION_STRING + "\n");
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"help", "medianBLUR"}, {"run", "MedianBlur", "--help"}}) {
+        Result r = Cli(args);
+        EXPECT_EQ(r.code, 0);
+        EXPECT_NE(r.out.find("--Radius <int> = 5  [1..127]"), std::string::npos) << r.out;
+        EXPECT_NE(r.out.find("--Percent <int> = 50  [0..100]"), std::string::npos) << r.out;
+    }
+}
 
-    host::Image expected = image, written;
+// Names and values in either spelling, formats chosen by the extension, PNG
+// on standard output.
+TEST_F(HostTest, RunWritesEveryFormatAndStandardOutput) {
+    host::Image image;
+    const std::string in = WriteInput(image);
+    host::Image expected = image;
     Threshold(image.data(), expected.data(), image.width, image.height, image.stride, 90);
+    for (const std::string name : {"o.png", "o.bmp", "o.tga", "o.jpg"}) {
+        Result r = Cli({"run", "threshold", "--THRESHOLD=90", "--quality", "95", in, Path(name)});
+        ASSERT_EQ(r.code, 0) << r.err;
+        host::Image written;
+        std::string error;
+        ASSERT_TRUE(host::LoadImage(Path(name), written, error)) << error;
+        ASSERT_EQ(std::make_tuple(written.width, written.height, written.channels), std::make_tuple(23, 17, 3));
+        if (name != "o.jpg") {
+            EXPECT_EQ(written.pixels, expected.pixels) << name;
+        }
+    }
+    Result piped = Cli({"run", "Threshold", "--Threshold", "90", in, "-"});
+    ASSERT_EQ(piped.code, 0) << piped.err;
+    std::ifstream file(Path("o.png"), std::ios::binary);
+    EXPECT_EQ(piped.out, std::string(std::istreambuf_iterator<char>(file), {}));
+}
+
+// Exports that take four bytes per pixel get the alpha; the others filter
+// the colour and carry the alpha through. 16-bit files are reduced, with a
+// warning.
+TEST_F(HostTest, AlphaIsKeptAndSixteenBitInputWarned) {
+    host::Image bgra(9, 7, 4);
+    for (size_t i = 0; i < bgra.pixels.size(); ++i) bgra.pixels[i] = uint8_t(i * 37 + i / 5);
     std::string error;
-    ASSERT_TRUE(host::LoadImage(out, written, error)) << error;
-    ASSERT_EQ(written.width, 23);
-    ASSERT_EQ(written.channels, 3);
-    EXPECT_EQ(written.pixels, expected.pixels);
+    ASSERT_TRUE(host::SavePng(Path("a.png"), bgra, error)) << error;
+    for (const std::string op : {"BoxBlur", "GuassBlur"}) {
+        ASSERT_EQ(Cli({"run", op, Path("a.png"), Path("b.png")}).code, 0);
+        host::Image written, expected = bgra;
+        ASSERT_TRUE(host::LoadImage(Path("b.png"), written, error)) << error;
+        ASSERT_EQ(written.channels, 4);
+        if (op == "BoxBlur") {
+            BoxBlur(bgra.data(), expected.data(), 9, 7, bgra.stride, 8, EDGE_REFLECT);
+        } else {
+            host::Image colour = host::ToColour(bgra), blurred = colour;
+            GuassBlur(colour.data(), blurred.data(), 9, 7, colour.stride, 4);
+            expected = host::WithAlpha(blurred, host::AlphaOf(bgra));
+        }
+        EXPECT_EQ(written.pixels, expected.pixels) << op;
+    }
+    std::ofstream(Path("deep.pgm"), std::ios::binary) << "P5\n2 1\n65535\n" << std::string("\x12\x34\xAB\xCD", 4);
+    Result r = Cli({"run", "Invert", Path("deep.pgm"), Path("deep.png")});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.err.find("16 bits per sample: reduced to 8"), std::string::npos) << r.err;
+}
+
+// Many files at once: each written under its own name, failures counted and
+// reported, the exit code non-zero when any failed.
+TEST_F(HostTest, BatchRunsEveryFileAndCountsFailures) {
+    host::Image image;
+    const std::string in = WriteInput(image);
+    std::vector<std::string> args = {"run", "Invert", "--out-dir", Path("out")};
+    for (const std::string name : {"a.png", "b.bmp", "c.tga"}) {
+        std::filesystem::copy_file(in, Path(name));
+        args.push_back(Path(name));
+    }
+    args.push_back(Path("missing.png"));
+    Result r = Cli(args);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.out.find("Invert: 4 files, 1 failed"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("missing.png"), std::string::npos) << r.err;
+    for (const std::string name : {"a.png", "b.bmp", "c.tga"}) {
+        host::Image written;
+        std::string error;
+        ASSERT_TRUE(host::LoadImage(Path("out/" + name), written, error)) << error;
+        for (int y = 0; y < 17; ++y)
+            for (int x = 0; x < 69; ++x)
+                ASSERT_EQ(written.pixels[y * written.stride + x], 255 - image.pixels[y * image.stride + x]) << name;
+    }
+    args.pop_back();
+    EXPECT_EQ(Cli(args).code, 0);
 }
 
 TEST_F(HostTest, ListShowsEveryExportWithItsDefaults) {
@@ -98,8 +192,10 @@ TEST_F(HostTest, ListShowsEveryExportWithItsDefaults) {
 TEST_F(HostTest, GalleryRunsEveryExportOnEveryImage) {
     host::Image image;
     const std::string in = WriteInput(image);
-    Result r = Cli({"gallery", "--out", Path("g"), in});
-    ASSERT_EQ(r.code, 0) << r.err;
+    // An input that cannot be read fails the run and is not counted.
+    Result r = Cli({"gallery", "--out", Path("g"), in, Path("missing.png")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.out.find(" exports on 1 of 2 images (1 failed)"), std::string::npos) << r.out;
     std::ifstream html(Path("g/index.html"));
     std::stringstream page;
     page << html.rdbuf();

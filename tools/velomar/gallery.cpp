@@ -44,7 +44,7 @@ int WriteGallery(const std::string& dir, const std::vector<std::string>& images,
             "code{font-size:90%}.fail{color:#b00}</style></head><body>\n"
             "<h1>Velomar gallery</h1>\n<p>Every export with its default parameters, applied to each "
             "image. Times are one single-threaded call, including nothing but the export.</p>\n";
-    int failures = 0;
+    int failures = 0, loaded = 0, runs = 0;
     for (const std::string& path : images) {
         Image src;
         std::string error;
@@ -53,6 +53,7 @@ int WriteGallery(const std::string& dir, const std::vector<std::string>& images,
             ++failures;
             continue;
         }
+        ++loaded;
         const std::string stem = Stem(path);
         if (!SavePng(dir + "/" + stem + ".png", src, error)) {
             err << error << "\n";
@@ -86,6 +87,7 @@ int WriteGallery(const std::string& dir, const std::vector<std::string>& images,
                 err << error << "\n";
                 return 1;
             }
+            ++runs;
             char time[32];
             std::snprintf(time, sizeof time, "%.2f ms", ms);
             html << "<td><img src=\"" << file << "\"></td><td>" << time << "</td></tr>\n";
@@ -93,8 +95,8 @@ int WriteGallery(const std::string& dir, const std::vector<std::string>& images,
         html << "</table>\n";
     }
     html << "</body></html>\n";
-    out << "gallery: " << Ops().size() << " exports on " << images.size() << " images -> " << dir
-        << "/index.html\n";
+    out << "gallery: " << runs << " runs of " << Ops().size() << " exports on " << loaded << " of " << images.size()
+        << " images (" << failures << " failed) -> " << dir << "/index.html\n";
     return failures ? 1 : 0;
 }
 

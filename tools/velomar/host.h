@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace host {
@@ -22,33 +24,73 @@ struct Image {
     const uint8_t* data() const { return pixels.data(); }
 };
 
-// Reads PNG, JPEG or BMP; grey files stay grey, everything else becomes BGR.
-// Returns false with a reason in `error`.
-bool LoadImage(const std::string& path, Image& image, std::string& error);
+// Reads PNG, JPEG, BMP, TGA or PNM: grey files stay grey, files with alpha become
+// blue-green-red-alpha, everything else blue-green-red. Returns false with a
+// reason in `error`; `warning`, when given, is set for 16-bit files (reduced
+// to 8 bits).
+bool LoadImage(const std::string& path, Image& image, std::string& error, std::string* warning = nullptr);
+// Whether SaveImage knows the format `path` names.
+bool KnownFormat(const std::string& path);
+// Writes the format the extension names (png, jpg/jpeg at `quality`, bmp,
+// tga); "-" writes PNG to `stdoutStream`.
+bool SaveImage(const std::string& path, const Image& image, std::string& error, int quality = 90,
+               std::ostream* stdoutStream = nullptr);
 bool SavePng(const std::string& path, const Image& image, std::string& error);
 Image ToGrey(const Image& image);
 Image ToColour(const Image& image);
+// The alpha channel as a grey image (255 where there is none), and a colour
+// (or grey) image with alpha added back.
+Image AlphaOf(const Image& image);
+Image WithAlpha(const Image& image, const Image& alpha);
 
 enum class ParamType { Int, Double, Byte };
+constexpr ParamType kInt = ParamType::Int, kDouble = ParamType::Double, kByte = ParamType::Byte;
 
-struct Param {
-    std::string name;
-    ParamType type;
-    double value;  // the default
-    std::string help;
+// A bound a parameter does not have.
+inline constexpr double kNoLimit = std::numeric_limits<double>::quiet_NaN();
+
+// The values a parameter may take: lo .. hi (lo itself excluded when openLo),
+// or, when `choices` is not empty, one of them.
+struct Range {
+    double lo = kNoLimit, hi = kNoLimit;
+    bool openLo = false;
+    std::vector<double> choices;
 };
 
-enum Layout : int { kGrey = 1, kColour = 2, kAnyLayout = kGrey | kColour };
+// One parameter: the host's table names it with its help text, and the
+// generated table of every export's parameters (param_table.inc) gives its
+// type, default and range; the host's own parameters (ones the export does
+// not have) give all of them.
+struct Param {
+    std::string name;
+    ParamType type = kInt;
+    double value = 0;  // the default
+    Range range;
+    std::string help;
+    bool fromTable = false;
+
+    Param(std::string name, std::string help) : name(std::move(name)), help(std::move(help)), fromTable(true) {}
+    Param(std::string name, ParamType type, double value, Range range, std::string help = "")
+        : name(std::move(name)), type(type), value(value), range(std::move(range)), help(std::move(help)) {}
+};
+
+// "2..255", "> 0", "0 or 1", ...: the range as the messages name it.
+std::string Describe(const Param& param);
+// Whether `value` (already of the parameter's type) is in its range.
+bool InRange(const Param& param, double value);
+
+enum Layout : int { kGrey = 1, kColour = 2, kAlpha = 4 };
 
 // One export the host knows: its parameters with defaults, the layouts it
-// accepts, and how to call it. `run` fills `dst` (already a copy of `src`,
-// which it may resize) and returns a non-zero status on failure.
+// accepts (from the generated table; kAlpha: four bytes per pixel, the
+// fourth as alpha), and how to call it. `run` fills `dst` (already a copy of
+// `src`, which it may resize) and returns a non-zero status on failure.
 struct Op {
     std::string name;
     std::string summary;
-    int layouts;
     std::vector<Param> params;
     std::function<int(const Image& src, Image& dst, const std::vector<double>& values)> run;
+    int layouts = kGrey | kColour;
 };
 
 const std::vector<Op>& Ops();

@@ -4,10 +4,16 @@
 #define STBI_ONLY_PNG
 #define STBI_ONLY_JPEG
 #define STBI_ONLY_BMP
+#define STBI_ONLY_TGA
+#define STBI_ONLY_PNM
 #include <stb_image.h>
 #include <stb_image_write.h>
 
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <memory>
+#include <ostream>
 
 #include "host.h"
 
@@ -16,14 +22,28 @@ namespace host {
 Image::Image(int w, int h, int c)
     : width(w), height(h), channels(c), stride((w * c + 3) & ~3), pixels(size_t(stride) * h, 0) {}
 
-bool LoadImage(const std::string& path, Image& image, std::string& error) {
+// Calls f(source pixel, destination pixel) for every pixel of `from`, into a
+// new image of `channels` channels.
+template <class F>
+Image Convert(const Image& from, int channels, F f) {
+    Image to(from.width, from.height, channels);
+    for (int y = 0; y < from.height; ++y)
+        for (int x = 0; x < from.width; ++x)
+            f(from.data() + size_t(y) * from.stride + size_t(x) * from.channels,
+              to.data() + size_t(y) * to.stride + size_t(x) * channels);
+    return to;
+}
+
+bool LoadImage(const std::string& path, Image& image, std::string& error, std::string* warning) {
     int w = 0, h = 0, n = 0;
     if (!stbi_info(path.c_str(), &w, &h, &n)) {
         const char* reason = stbi_failure_reason();
         error = "cannot read image '" + path + "': " + (reason ? reason : "unknown format");
         return false;
     }
-    const int want = (n == 1 || n == 2) ? 1 : 3;
+    if (warning && stbi_is_16_bit(path.c_str())) *warning = "'" + path + "' has 16 bits per sample: reduced to 8";
+    // Grey stays grey, anything with alpha becomes blue-green-red-alpha.
+    const int want = n == 1 ? 1 : n == 3 ? 3 : 4;
     std::unique_ptr<stbi_uc, void (*)(void*)> data(stbi_load(path.c_str(), &w, &h, &n, want),
                                                   stbi_image_free);
     if (!data) {
@@ -35,57 +55,99 @@ bool LoadImage(const std::string& path, Image& image, std::string& error) {
         const stbi_uc* s = data.get() + size_t(y) * w * want;
         uint8_t* d = image.data() + size_t(y) * image.stride;
         for (int x = 0; x < w; ++x, s += want, d += want) {
-            if (want == 1) {
-                d[0] = s[0];
-            } else {  // RGB on disk, BGR in memory
-                d[0] = s[2], d[1] = s[1], d[2] = s[0];
-            }
+            std::copy_n(s, want, d);
+            if (want > 1) std::swap(d[0], d[2]);  // RGB on disk, BGR in memory
         }
     }
     return true;
 }
 
-bool SavePng(const std::string& path, const Image& image, std::string& error) {
-    const int c = image.channels == 1 ? 1 : 3;
-    std::vector<uint8_t> rgb(size_t(image.width) * image.height * c);
+namespace {
+
+// The pixels tightly packed in the file's channel order (RGB, RGBA or grey).
+std::vector<uint8_t> FileOrder(const Image& image) {
+    const int c = image.channels;
+    std::vector<uint8_t> bytes(size_t(image.width) * image.height * c);
     for (int y = 0; y < image.height; ++y)
         for (int x = 0; x < image.width; ++x) {
-            const uint8_t* s = image.data() + size_t(y) * image.stride + size_t(x) * image.channels;
-            uint8_t* d = rgb.data() + (size_t(y) * image.width + x) * c;
-            if (c == 1) {
-                d[0] = s[0];
-            } else {
-                d[0] = s[2], d[1] = s[1], d[2] = s[0];
-            }
+            const uint8_t* s = image.data() + size_t(y) * image.stride + size_t(x) * c;
+            uint8_t* d = bytes.data() + (size_t(y) * image.width + x) * c;
+            std::copy_n(s, c, d);
+            if (c > 1) std::swap(d[0], d[2]);
         }
-    if (!stbi_write_png(path.c_str(), image.width, image.height, c, rgb.data(), image.width * c)) {
+    return bytes;
+}
+
+void ToStream(void* context, void* data, int size) {
+    static_cast<std::ostream*>(context)->write(static_cast<const char*>(data), size);
+}
+
+std::string Lower(std::string text) {
+    for (char& ch : text) ch = char(std::tolower(static_cast<unsigned char>(ch)));
+    return text;
+}
+
+}  // namespace
+
+bool KnownFormat(const std::string& path) {
+    const std::string ext = Lower(std::filesystem::path(path).extension().string());
+    return path == "-" || ext == ".png" || ext == ".jpg" || ext == ".jpeg" || ext == ".bmp" || ext == ".tga";
+}
+
+bool SaveImage(const std::string& path, const Image& image, std::string& error, int quality, std::ostream* stdoutStream) {
+    const std::string ext = Lower(std::filesystem::path(path).extension().string());
+    const std::vector<uint8_t> bytes = FileOrder(image);
+    const int w = image.width, h = image.height, c = image.channels;
+    int ok = 0;
+    if (path == "-") {
+        if (stdoutStream) ok = stbi_write_png_to_func(ToStream, stdoutStream, w, h, c, bytes.data(), w * c);
+    } else if (ext == ".png") {
+        ok = stbi_write_png(path.c_str(), w, h, c, bytes.data(), w * c);
+    } else if (ext == ".jpg" || ext == ".jpeg") {
+        ok = stbi_write_jpg(path.c_str(), w, h, c, bytes.data(), quality);  // alpha is not kept
+    } else if (ext == ".bmp") {
+        ok = stbi_write_bmp(path.c_str(), w, h, c, bytes.data());
+    } else if (ext == ".tga") {
+        ok = stbi_write_tga(path.c_str(), w, h, c, bytes.data());
+    } else {
+        error = "cannot write '" + path + "': the extension names no format (png, jpg, bmp, tga, or - for PNG "
+                "on standard output)";
+        return false;
+    }
+    if (!ok) {
         error = "cannot write '" + path + "'";
         return false;
     }
     return true;
 }
 
+bool SavePng(const std::string& path, const Image& image, std::string& error) {
+    return SaveImage(path, image, error, 90, nullptr);
+}
+
 Image ToGrey(const Image& image) {
     if (image.channels == 1) return image;
-    Image grey(image.width, image.height, 1);
-    for (int y = 0; y < image.height; ++y)
-        for (int x = 0; x < image.width; ++x) {
-            const uint8_t* s = image.data() + size_t(y) * image.stride + size_t(x) * image.channels;
-            grey.pixels[size_t(y) * grey.stride + x] = uint8_t((s[0] * 29 + s[1] * 150 + s[2] * 77) >> 8);
-        }
-    return grey;
+    return Convert(image, 1, [](const uint8_t* s, uint8_t* d) { d[0] = uint8_t((s[0] * 29 + s[1] * 150 + s[2] * 77) >> 8); });
 }
 
 Image ToColour(const Image& image) {
     if (image.channels == 3) return image;
-    Image colour(image.width, image.height, 3);
-    for (int y = 0; y < image.height; ++y)
-        for (int x = 0; x < image.width; ++x) {
-            const uint8_t v = image.pixels[size_t(y) * image.stride + size_t(x) * image.channels];
-            uint8_t* d = colour.data() + size_t(y) * colour.stride + size_t(x) * 3;
-            d[0] = d[1] = d[2] = v;
-        }
-    return colour;
+    return Convert(image, 3, [&](const uint8_t* s, uint8_t* d) {
+        for (int k = 0; k < 3; ++k) d[k] = s[image.channels == 1 ? 0 : k];
+    });
+}
+
+Image AlphaOf(const Image& image) {
+    return Convert(image, 1, [&](const uint8_t* s, uint8_t* d) { d[0] = image.channels == 4 ? s[3] : 255; });
+}
+
+Image WithAlpha(const Image& image, const Image& alpha) {
+    const Image colour = ToColour(image);
+    Image out = Convert(colour, 4, [](const uint8_t* s, uint8_t* d) { std::copy_n(s, 3, d); });
+    for (int y = 0; y < out.height; ++y)
+        for (int x = 0; x < out.width; ++x)
+            out.pixels[size_t(y) * out.stride + size_t(x) * 4 + 3] = alpha.pixels[size_t(y) * alpha.stride + x];
+    return out;
 }
 
 }  // namespace host

@@ -2,6 +2,9 @@
 // defaults (chosen to show the effect on a photograph) and accepted layouts.
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
 
 #include "host.h"
 #include "velomar.h"
@@ -11,7 +14,6 @@ namespace host {
 namespace {
 
 using Values = std::vector<double>;
-constexpr ParamType kInt = ParamType::Int, kDouble = ParamType::Double, kByte = ParamType::Byte;
 
 // A raw-form call: the body receives Src, Dest, Width, Height, Stride and the
 // parameter values.
@@ -93,6 +95,7 @@ auto Unpadded(F body) {
 // 9x9, 3x3 sharpen and emboss (symmetric ones give the same picture through
 // correlation and convolution).
 constexpr const char* kNamedKernels = "0 box5, 1 gauss9, 2 sharpen3, 3 emboss3";
+const Range kNamedKernelIds{kNoLimit, kNoLimit, false, {0, 1, 2, 3}};
 
 template <class F>
 auto WithNamedKernel(F convolve) {
@@ -129,340 +132,404 @@ std::vector<Op> BuildOps() {
     const std::string edge = "0 replicate, 1 reflect";
     return {
         // ---- Matrix core
-        {"GetPadImage", "adds borders filled by the edge rule", kAnyLayout,
-         {{"Left", kInt, 40, "columns added left"}, {"Right", kInt, 40, "columns added right"},
-          {"Top", kInt, 40, "rows added above"}, {"Bottom", kInt, 40, "rows added below"},
-          {"EdgeMode", kInt, 1, edge}},
+        {"GetPadImage", "adds borders filled by the edge rule",
+         {{"Left", "columns added left"}, {"Right", "columns added right"},
+          {"Top", "rows added above"}, {"Bottom", "rows added below"},
+          {"EdgeMode", edge}},
          PadImage},
         // ---- Point operations
-        {"Invert", "complements every byte", kAnyLayout, {},
+        {"Invert", "complements every byte", {},
          MatrixForm([](Matrix* s, Matrix* d, const Values&) { return Invert(s, d); })},
-        {"Desaturate", "grey = (max + min) / 2 of the colour bytes", kColour, {},
+        {"Desaturate", "grey = (max + min) / 2 of the colour bytes", {},
          MatrixForm([](Matrix* s, Matrix* d, const Values&) {
              int r = Desaturate(s, d);  // the last grey level on success
              return (r == 3 || r == 4 || r == 5 || r == 8) ? r : 0;
          })},
-        {"GammaCorrection", "power curve 255 (i/255)^Gamma", kAnyLayout,
-         {{"Gamma", kDouble, 0.6, "exponent; below 1 brightens"}},
+        {"GammaCorrection", "power curve 255 (i/255)^Gamma",
+         {{"Gamma", "exponent; below 1 brightens"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              GammaCorrection(s, d, w, h, st, v[0]);
          })},
-        {"GammaCorrection1", "power curve on Matrix records", kAnyLayout,
-         {{"Gamma", kDouble, 1.6, "exponent; above 1 darkens"}},
+        {"GammaCorrection1", "power curve on Matrix records",
+         {{"Gamma", "exponent; above 1 darkens"}},
          MatrixForm([](Matrix* s, Matrix* d, const Values& v) { return GammaCorrection1(s, d, v[0]); })},
-        {"Level", "input/output levels with a midtone gamma", kAnyLayout,
-         {{"InputLow", kInt, 30, "input black point (0..253)"},
-          {"Gamma", kDouble, 1.3, "midtone gamma (0.01..9.99)"},
-          {"InputHigh", kInt, 220, "input white point (2..255)"},
-          {"OutputLow", kInt, 0, "output black"}, {"OutputHigh", kInt, 255, "output white"}},
+        {"Level", "input/output levels with a midtone gamma",
+         {{"InputLow", "input black point"},
+          {"Gamma", "midtone gamma"},
+          {"InputHigh", "input white point"},
+          {"OutputLow", "output black"}, {"OutputHigh", "output white"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              Level(s, d, w, h, st, int(v[0]), v[1], int(v[2]), int(v[3]), int(v[4]));
          })},
-        {"Posterize", "reduces each channel to a few levels", kAnyLayout,
-         {{"Levels", kInt, 4, "levels per channel (2..255)"}},
+        {"Posterize", "reduces each channel to a few levels",
+         {{"Levels", "levels per channel"}},
          MatrixForm([](Matrix* s, Matrix* d, const Values& v) { return Posterize(s, d, int(v[0])); })},
-        {"Threshold", "255 above the threshold, else 0", kAnyLayout,
-         {{"Threshold", kInt, 110, "level (colour: against the mean of B, G, R)"}},
+        {"Threshold", "255 above the threshold, else 0",
+         {{"Threshold", "level (colour: against the mean of B, G, R)"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              Threshold(s, d, w, h, st, int(v[0]));
          })},
-        {"AdjustBrightnessAndContrast", "brightness offset and contrast stretch", kAnyLayout,
-         {{"Brightness", kInt, 15, "offset"}, {"Contrast", kInt, 30, "stretch in percent (100: threshold)"}},
+        {"AdjustBrightnessAndContrast", "brightness offset and contrast stretch",
+         {{"Brightness", "offset"}, {"Contrast", "stretch in percent (100: threshold)"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdjustBrightnessAndContrast(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
         // ---- Histogram auto adjustments, glow, colour transfer
-        {"AutoLevel", "per-channel stretch between the clipped extremes", kAnyLayout,
-         {{"ClipFraction", kDouble, 0.005, "fraction clipped at each end"},
-          {"AutoGamma", kByte, 1, "1: map the mean to mid-grey"}},
+        {"AutoLevel", "per-channel stretch between the clipped extremes",
+         {{"ClipFraction", "fraction clipped at each end"},
+          {"AutoGamma", "1: map the mean to mid-grey"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AutoLevel(s, d, w, h, st, v[0], uint8_t(v[1]));
          })},
-        {"AutoContrast", "one stretch for all channels", kAnyLayout,
-         {{"ClipFraction", kDouble, 0.005, "fraction clipped at each end"},
-          {"AutoGamma", kByte, 1, "1: map the mean to mid-grey"}},
+        {"AutoContrast", "one stretch for all channels",
+         {{"ClipFraction", "fraction clipped at each end"},
+          {"AutoGamma", "1: map the mean to mid-grey"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AutoContrast(s, d, w, h, st, v[0], uint8_t(v[1]));
          })},
-        {"AutoColor", "one stretch from the luminance histogram", kAnyLayout,
-         {{"ClipFraction", kDouble, 0.005, "fraction clipped at each end"},
-          {"AutoGamma", kByte, 1, "1: map the mean to mid-grey"}},
+        {"AutoColor", "one stretch from the luminance histogram",
+         {{"ClipFraction", "fraction clipped at each end"},
+          {"AutoGamma", "1: map the mean to mid-grey"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AutoColor(s, d, w, h, st, v[0], uint8_t(v[1]));
          })},
-        {"HistEqualize", "histogram equalisation", kAnyLayout, {},
+        {"HistEqualize", "histogram equalisation", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) { HistEqualize(s, d, w, h, st); })},
-        {"SoftGlow", "screen-blends a blurred, brightened copy", kColour,
-         {{"Sigma", kInt, 10, "blur radius"}, {"Brightness", kInt, 20, "glow brightness"},
-          {"Contrast", kInt, 20, "glow contrast"}},
+        {"SoftGlow", "screen-blends a blurred, brightened copy",
+         {{"Sigma", "blur radius"}, {"Brightness", "glow brightness"},
+          {"Contrast", "glow contrast"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              SoftGlow(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]));
          })},
-        {"Exposal", "solarise: inverts the bright half", kAnyLayout, {},
+        {"Exposal", "solarise: inverts the bright half", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) { Exposal(s, d, w, h, st); })},
-        {"ColorTransfer", "takes the colour statistics of a warm sunset picture", kColour, {},
+        {"ColorTransfer", "takes the colour statistics of a warm sunset picture", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) {
              const Image& r = SunsetReference();
              ColorTransfer(r.data(), s, d, r.width, r.height, r.stride, w, h, st);
          })},
         // ---- Blurs
-        {"BoxBlur", "truncated mean of the square box", kAnyLayout,
-         {{"Radius", kInt, 8, "half-size of the box"}, {"EdgeMode", kInt, 1, edge}},
+        {"BoxBlur", "truncated mean of the square box",
+         {{"Radius", "half-size of the box"}, {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              BoxBlur(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        {"GuassBlur", "recursive Gaussian", kAnyLayout, {{"Sigma", kDouble, 4, "standard deviation"}},
+        {"GuassBlur", "recursive Gaussian", {{"Sigma", "standard deviation"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { GuassBlur(s, d, w, h, st, v[0]); })},
-        {"MedianBlur", "percentile of the square box (50: median)", kAnyLayout,
-         {{"Radius", kInt, 5, "half-size of the box (1..127)"}, {"Percent", kInt, 50, "rank in percent"}},
+        {"MedianBlur", "percentile of the square box (50: median)",
+         {{"Radius", "half-size of the box"}, {"Percent", "rank in percent"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              MedianBlur(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        {"MotionBlur", "streak along an angle, centred on each pixel", kAnyLayout,
-         {{"Distance", kInt, 24, "streak length in pixels (0..1000)"},
-          {"Angle", kDouble, 30, "degrees counter-clockwise"},
-          {"EdgeMode", kInt, 1, edge}},
+        {"MotionBlur", "streak along an angle, centred on each pixel",
+         {{"Distance", "streak length in pixels"},
+          {"Angle", "degrees counter-clockwise"},
+          {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              MotionBlur(s, d, w, h, st, int(v[0]), v[1], int(v[2]));
          })},
-        {"LinearBlur", "one-sided trail: smears the picture toward the angle", kAnyLayout,
-         {{"Distance", kInt, 24, "trail length in pixels (0..1000)"},
-          {"Angle", kDouble, 0, "direction in degrees counter-clockwise"},
-          {"EdgeMode", kInt, 1, edge}},
+        {"LinearBlur", "one-sided trail: smears the picture toward the angle",
+         {{"Distance", "trail length in pixels"},
+          {"Angle", "direction in degrees counter-clockwise"},
+          {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              LinearBlur(s, d, w, h, st, int(v[0]), v[1], int(v[2]));
          })},
-        {"GetMotionArray", "the motion blur's line kernel, enlarged (white is the largest weight)", kAnyLayout,
-         {{"Distance", kInt, 15, "streak length in pixels (0..1000)"},
-          {"Angle", kDouble, 30, "degrees counter-clockwise"}},
+        {"GetMotionArray", "the motion blur's line kernel, enlarged (white is the largest weight)",
+         {{"Distance", "streak length in pixels"},
+          {"Angle", "degrees counter-clockwise"}},
          MotionKernelPicture},
-        {"SurfaceBlur", "reserved entry point: leaves the picture as it is", kAnyLayout,
-         {{"Radius", kInt, 5, "unused"}, {"Threshold", kInt, 20, "unused"}},
+        {"SurfaceBlur", "reserved entry point: leaves the picture as it is",
+         {{"Radius", "unused"}, {"Threshold", "unused"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              SurfaceBlur(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
         // ---- Edge-preserving smoothing and denoising
-        {"BilateralFilter", "edge-preserving smoothing by range levels", kAnyLayout,
-         {{"Downsample", kInt, 1, "levels at 1/2^k size"},
-          {"SigmaSpatial", kDouble, 4, "spatial extent in 1/255 of the shorter side"},
-          {"SigmaRange", kDouble, 30, "range deviation in grey levels"},
-          {"UseGaussian", kInt, 1, "1 Gaussian, else box"}},
+        {"BilateralFilter", "edge-preserving smoothing by range levels",
+         {{"Downsample", "levels at 1/2^k size"},
+          {"SigmaSpatial", "spatial extent in 1/255 of the shorter side"},
+          {"SigmaRange", "range deviation in grey levels"},
+          {"UseGaussian", "1 Gaussian, else box"}},
          Unpadded([](auto s, auto d, int w, int h, int st, const Values& v) {
              BilateralFilter(s, s, d, w, h, st, int(v[0]), v[1], v[2], int(v[3]));
          })},
-        {"GuidedFilter", "guided filter with the image as its own guide", kAnyLayout,
-         {{"Radius", kInt, 8, "half-size of the box"}, {"Epsilon", kDouble, 0.01, "regularisation"}},
+        {"GuidedFilter", "guided filter with the image as its own guide",
+         {{"Radius", "half-size of the box"}, {"Epsilon", "regularisation"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              GuidedFilter(s, s, d, w, h, st, int(v[0]), v[1]);
          })},
-        {"BiExponentialEPF", "bi-exponential edge-preserving smoothing", kAnyLayout,
-         {{"Lambda", kDouble, 50, "reach of the recursion (0 passes the image through)"},
-          {"SigmaRange", kDouble, 20, "range deviation in grey levels"}},
+        {"BiExponentialEPF", "bi-exponential edge-preserving smoothing",
+         {{"Lambda", "reach of the recursion (0 passes the image through)"},
+          {"SigmaRange", "range deviation in grey levels"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { BiExponentialEPF(s, d, w, h, st, v[0], v[1]); })},
-        {"RecursiveDomainTransformFilter", "domain-transform smoothing guided by the image itself", kAnyLayout,
-         {{"SigmaS", kDouble, 20, "spatial scale in pixels"}, {"SigmaR", kDouble, 30, "range scale in grey levels"},
-          {"Iterations", kInt, 3, "pass pairs"}},
+        {"RecursiveDomainTransformFilter", "domain-transform smoothing guided by the image itself",
+         {{"SigmaS", "spatial scale in pixels"}, {"SigmaR", "range scale in grey levels"},
+          {"Iterations", "pass pairs"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              RecursiveDomainTransformFilter(s, s, d, w, h, st, v[0], v[1], int(v[2]));
          })},
-        {"SpeckleReducingAnisotropicDiffusion", "speckle-reducing anisotropic diffusion", kAnyLayout,
-         {{"Iterations", kInt, 20, "diffusion steps"}, {"Lambda", kDouble, 0.5, "time step"}},
+        {"SpeckleReducingAnisotropicDiffusion", "speckle-reducing anisotropic diffusion",
+         {{"Iterations", "diffusion steps"}, {"Lambda", "time step"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              SpeckleReducingAnisotropicDiffusion(s, d, w, h, st, int(v[0]), v[1]);
          })},
-        {"LeeAdditvieNoiseFilter", "Lee filter for additive noise (grey: Dest primed with the box mean)",
-         kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}, {"NoiseVariance", kInt, 0, "0 estimates it"}},
+        {"LeeAdditvieNoiseFilter", "Lee filter for additive noise (grey: Dest primed with the box mean)", {{"Radius", "half-size of the box"}, {"NoiseVariance", "0 estimates it"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              // On grey images the filter reads the local mean from Dest.
              if (st / w == 1) BoxBlur(s, d, w, h, st, int(v[0]), EDGE_REFLECT);
              LeeAdditvieNoiseFilter(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        {"Wiener2", "adaptive Wiener filter", kAnyLayout,
-         {{"Radius", kInt, 3, "half-size of the box"}, {"Noise", kInt, 0, "noise variance, 0 estimates it"},
-          {"EdgeMode", kInt, 1, edge}},
+        {"Wiener2", "adaptive Wiener filter",
+         {{"Radius", "half-size of the box"}, {"Noise", "noise variance, 0 estimates it"},
+          {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              Wiener2(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]));
          })},
-        {"ReduceNoise", "steps against the local equalisation", kAnyLayout,
-         {{"Radius", kInt, 3, "half-size of the box"}, {"Amount", kInt, 60, "strength in percent"}},
+        {"ReduceNoise", "steps against the local equalisation",
+         {{"Radius", "half-size of the box"}, {"Amount", "strength in percent"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              ReduceNoise(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
         // ---- Enhancement
-        {"AdaptEqualize", "contrast-limited equalisation per tile, blended between tiles", kAnyLayout,
-         {{"TilesX", kInt, 8, "tiles across (at least 1)"}, {"TilesY", kInt, 8, "tiles down (at least 1)"},
-          {"CutLimit", kDouble, 0.02, "clip strength 0..1 (0 clips hardest, 1 not at all)"},
-          {"Separate", kInt, 1, "1: a curve per channel, 0: one joint curve"}},
+        {"AdaptEqualize", "contrast-limited equalisation per tile, blended between tiles",
+         {{"TilesX", "tiles across"}, {"TilesY", "tiles down (at least 1)"},
+          {"CutLimit", "clip strength 0..1 (0 clips hardest, 1 not at all)"},
+          {"Separate", "1: a curve per channel, 0: one joint curve"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdaptEqualize(s, d, w, h, st, int(v[0]), int(v[1]), v[2], int(v[3]));
          })},
-        {"AdaptAutoLevel", "per-tile, per-channel percentile stretch", kAnyLayout,
-         {{"TilesX", kInt, 8, "tiles across (at least 1)"}, {"TilesY", kInt, 8, "tiles down (at least 1)"},
-          {"CutOff", kDouble, 0.01, "fraction discarded at each end (0..1)"},
-          {"Expand", kDouble, 0.5, "widens the output range by this share of it"}},
+        {"AdaptAutoLevel", "per-tile, per-channel percentile stretch",
+         {{"TilesX", "tiles across"}, {"TilesY", "tiles down (at least 1)"},
+          {"CutOff", "fraction discarded at each end"},
+          {"Expand", "widens the output range by this share of it"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdaptAutoLevel(s, d, w, h, st, int(v[0]), int(v[1]), v[2], v[3]);
          })},
-        {"AdaptAutoContrast", "per-tile percentile stretch shared by all channels", kAnyLayout,
-         {{"TilesX", kInt, 8, "tiles across (at least 1)"}, {"TilesY", kInt, 8, "tiles down (at least 1)"},
-          {"CutOff", kDouble, 0.01, "fraction discarded at each end (0..1)"},
-          {"Expand", kDouble, 0.5, "widens the output range by this share of it"}},
+        {"AdaptAutoContrast", "per-tile percentile stretch shared by all channels",
+         {{"TilesX", "tiles across"}, {"TilesY", "tiles down (at least 1)"},
+          {"CutOff", "fraction discarded at each end"},
+          {"Expand", "widens the output range by this share of it"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdaptAutoContrast(s, d, w, h, st, int(v[0]), int(v[1]), v[2], v[3]);
          })},
-        {"AutoWhiteBalanceUseDynamicThreshold", "white balance from near-white pixels block by block", kColour,
-         {{"BlockSize", kInt, 64, "side of the statistics blocks (at least 1)"},
-          {"Global", kByte, 0, "1: one test for the whole image from the averaged blocks"},
-          {"Squared", kByte, 0, "1: squared chroma spread, else absolute"}},
+        {"AutoWhiteBalanceUseDynamicThreshold", "white balance from near-white pixels block by block",
+         {{"BlockSize", "side of the statistics blocks"},
+          {"Global", "1: one test for the whole image from the averaged blocks"},
+          {"Squared", "1: squared chroma spread, else absolute"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AutoWhiteBalanceUseDynamicThreshold(s, d, w, h, st, int(v[0]), uint8_t(v[1]), uint8_t(v[2]));
          })},
-        {"AutoWhiteBalanceUseReflectorTheory", "white balance from the brightest pixels", kColour,
-         {{"Ratio", kInt, 5, "percent of the pixels taken as white (0..100)"}},
+        {"AutoWhiteBalanceUseReflectorTheory", "white balance from the brightest pixels",
+         {{"Ratio", "percent of the pixels taken as white"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AutoWhiteBalanceUseReflectorTheory(s, d, w, h, st, int(v[0]));
          })},
-        {"AutoWhiteBalanceUseStandardGrayWorldModel", "grey-world white balance (means of the first column)",
-         kColour, {},
+        {"AutoWhiteBalanceUseStandardGrayWorldModel", "grey-world white balance (means of the first column)", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) {
              AutoWhiteBalanceUseStandardGrayWorldModel(s, d, w, h, st);
          })},
-        {"MSRCRGIMP", "multi-scale Retinex per channel", kAnyLayout,
-         {{"Sigma", kDouble, 90, "largest Gaussian scale"}, {"NScales", kInt, 3, "number of scales (at least 1)"},
-          {"Dynamic", kDouble, 2, "deviations mapped onto 0..255"}},
+        {"MSRCRGIMP", "multi-scale Retinex per channel",
+         {{"Sigma", "largest Gaussian scale"}, {"NScales", "number of scales"},
+          {"Dynamic", "deviations mapped onto 0..255"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              MSRCRGIMP(s, d, w, h, st, v[0], int(v[1]), v[2]);
          })},
-        {"MSRHSV", "multi-scale Retinex on the HSV value", kColour,
-         {{"Sigma", kDouble, 90, "largest Gaussian scale"}, {"NScales", kInt, 3, "number of scales (at least 1)"},
-          {"Dynamic", kDouble, 2, "deviations mapped onto 0..255"}},
+        {"MSRHSV", "multi-scale Retinex on the HSV value",
+         {{"Sigma", "largest Gaussian scale"}, {"NScales", "number of scales"},
+          {"Dynamic", "deviations mapped onto 0..255"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              MSRHSV(s, d, w, h, st, v[0], int(v[1]), v[2]);
          })},
-        {"HazeRemovalBasedOnDarkChannelPrior", "dark channel prior dehazing with sky detection", kColour,
-         {{"Scale", kDouble, 0.5, "working resolution of the transmission (1 = full size)"}},
+        {"HazeRemovalBasedOnDarkChannelPrior", "dark channel prior dehazing with sky detection",
+         {{"Scale", "working resolution of the transmission (1 = full size)"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              HazeRemovalBasedOnDarkChannelPrior(s, d, w, h, st, v[0]);
          })},
-        {"HazeRemovalBasedOnBoxBlur", "fast dehazing with a box-blurred dark channel", kColour,
-         {{"Radius", kInt, 20, "half-size of the veil's box"}, {"Strength", kDouble, 1.5, "veil strength"}},
+        {"HazeRemovalBasedOnBoxBlur", "fast dehazing with a box-blurred dark channel",
+         {{"Radius", "half-size of the veil's box"}, {"Strength", "veil strength"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              HazeRemovalBasedOnBoxBlur(s, d, w, h, st, int(v[0]), v[1]);
          })},
-        {"HazeRemovalBasedonContrastEnhancement", "dehazing by block-wise contrast maximisation", kColour,
-         {{"BlockSize", kInt, 32, "side of the transmission blocks"},
-          {"LossWeight", kDouble, 5, "penalty on values pushed out of 0..255"},
-          {"Radius", kInt, 40, "guided refinement radius"}},
+        {"HazeRemovalBasedonContrastEnhancement", "dehazing by block-wise contrast maximisation",
+         {{"BlockSize", "side of the transmission blocks"},
+          {"LossWeight", "penalty on values pushed out of 0..255"},
+          {"Radius", "guided refinement radius"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              HazeRemovalBasedonContrastEnhancement(s, d, w, h, st, int(v[0]), v[1], int(v[2]));
          })},
-        {"HdrBasedOnExposureBlending", "blends gamma-brightened and -darkened copies by exposure", kAnyLayout,
-         {{"Radius", kInt, 8, "guided smoothing radius"},
-          {"ShadowGamma", kDouble, 0.5, "gamma of the copy used in the shadows"},
-          {"HighlightGamma", kDouble, 1.6, "gamma of the copy used in the highlights"}},
+        {"HdrBasedOnExposureBlending", "blends gamma-brightened and -darkened copies by exposure",
+         {{"Radius", "guided smoothing radius"},
+          {"ShadowGamma", kDouble, 0.5, {0, kNoLimit, true, {}}, "gamma of the copy used in the shadows"},
+          {"HighlightGamma", kDouble, 1.6, {0, kNoLimit, true, {}}, "gamma of the copy used in the highlights"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              std::vector<uint8_t> shadows(size_t(h) * st), highlights(shadows.size());
              GammaCorrection(s, shadows.data(), w, h, st, v[1]);
              GammaCorrection(s, highlights.data(), w, h, st, v[2]);
              HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, w, h, st, int(v[0]));
          })},
-        {"HdrBasedOnGuiderFilter", "compresses the log base layer of a guided filter", kColour,
-         {{"Radius", kInt, 16, "guided filter radius"}},
+        {"HdrBasedOnGuiderFilter", "compresses the log base layer of a guided filter",
+         {{"Radius", "guided filter radius"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              HdrBasedOnGuiderFilter(s, d, w, h, st, int(v[0]));
          })},
-        {"LeeContrastEnhancement", "amplifies the difference from the stretched box mean", kAnyLayout,
-         {{"Radius", kInt, 10, "half-size of the box"}, {"Amount", kInt, 200, "percent of the difference"},
-          {"InputLow", kInt, 0, "mean stretched from here"}, {"InputHigh", kInt, 255, "... to here"}},
+        {"LeeContrastEnhancement", "amplifies the difference from the stretched box mean",
+         {{"Radius", "half-size of the box"}, {"Amount", "percent of the difference"},
+          {"InputLow", "mean stretched from here"}, {"InputHigh", "... to here"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              LeeContrastEnhancement(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]), int(v[3]));
          })},
-        {"DetailEnhanceByEdgePreseveingFilter", "amplifies the detail over a guided-filter base", kAnyLayout,
-         {{"Radius", kInt, 8, "guided filter radius"}, {"Amount", kInt, 300, "percent of the detail"}},
+        {"DetailEnhanceByEdgePreseveingFilter", "amplifies the detail over a guided-filter base",
+         {{"Radius", "guided filter radius"}, {"Amount", "percent of the detail"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              DetailEnhanceByEdgePreseveingFilter(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        {"LSDContrastEnhancement", "gain set by the local standard deviation", kAnyLayout,
-         {{"Radius", kInt, 10, "half-size of the box"}, {"Amount", kInt, 100, "percent of the global deviation"},
-          {"MaxGain", kInt, 3, "largest gain"}},
+        {"LSDContrastEnhancement", "gain set by the local standard deviation",
+         {{"Radius", "half-size of the box"}, {"Amount", "percent of the global deviation"},
+          {"MaxGain", "largest gain"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              LSDContrastEnhancement(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]));
          })},
-        {"AdaptiveGammaCorrection", "gamma curve from the weighted histogram", kAnyLayout,
-         {{"Alpha", kDouble, 0.5, "weighting exponent"}, {"UseHsv", kByte, 1, "1: on the HSV value"}},
+        {"AdaptiveGammaCorrection", "gamma curve from the weighted histogram",
+         {{"Alpha", "weighting exponent"}, {"UseHsv", "1: on the HSV value"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdaptiveGammaCorrection(s, d, w, h, st, v[0], uint8_t(v[1]));
          })},
-        {"DermabrasionFilter", "skin smoothing", kAnyLayout,
-         {{"FilterType", kInt, 1, "0 bi-exponential, 1 guided, 2 bilateral, 3 domain transform, 4 Lee"},
-          {"ToneMode", kInt, 0, "0 logarithmic, 1 parabolic lift"}, {"Level", kInt, 5, "strength 0..10"},
-          {"ToneAmount", kInt, 3, "strength of the lift"}},
+        {"DermabrasionFilter", "skin smoothing",
+         {{"FilterType", "0 bi-exponential, 1 guided, 2 bilateral, 3 domain transform, 4 Lee"},
+          {"ToneMode", "0 logarithmic, 1 parabolic lift"}, {"Level", "strength 0..10"},
+          {"ToneAmount", "strength of the lift"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              DermabrasionFilter(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]), int(v[3]));
          })},
         // ---- Frequency domain
-        {"ShowFFT", "amplitude spectrum, zero frequency at the centre", kAnyLayout,
-         {{"CopyToReal", kByte, 1, "1: pixels in the real part too"},
-          {"Direction", kInt, 0, "0 unscaled, shown / 255; 1 scaled, shown x 255"}},
+        {"ShowFFT", "amplitude spectrum, zero frequency at the centre",
+         {{"CopyToReal", "1: pixels in the real part too"},
+          {"Direction", "0 unscaled, shown / 255; 1 scaled, shown x 255"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              ShowFFT(s, d, w, h, st, uint8_t(v[0]), int(v[1]));
          })},
-        {"ShowDCT", "DCT coefficients x 10", kAnyLayout, {{"Direction", kInt, 0, "0 forward, 1 inverse"}},
+        {"ShowDCT", "DCT coefficients x 10", {{"Direction", "0 forward, 1 inverse"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { ShowDCT(s, d, w, h, st, int(v[0])); })},
-        {"ShowWALSH", "Walsh-Hadamard coefficients x 2000", kAnyLayout, {},
+        {"ShowWALSH", "Walsh-Hadamard coefficients x 2000", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) { ShowWALSH(s, d, w, h, st); })},
-        {"Conv2", "correlates with a named kernel", kAnyLayout,
-         {{"Kernel", kInt, 2, kNamedKernels}, {"EdgeMode", kInt, 1, edge}}, WithNamedKernel(Conv2)},
-        {"FFTConv2", "convolves with a named kernel through the FFT", kAnyLayout,
-         {{"Kernel", kInt, 1, kNamedKernels}, {"EdgeMode", kInt, 1, edge}}, WithNamedKernel(FFTConv2)},
+        {"Conv2", "correlates with a named kernel",
+         {{"Kernel", kInt, 2, kNamedKernelIds, kNamedKernels}, {"EdgeMode", edge}}, WithNamedKernel(Conv2)},
+        {"FFTConv2", "convolves with a named kernel through the FFT",
+         {{"Kernel", kInt, 1, kNamedKernelIds, kNamedKernels}, {"EdgeMode", edge}}, WithNamedKernel(FFTConv2)},
         // ---- Local statistics
-        {"MinValue", "minimum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
+        {"MinValue", "minimum of the box", {{"Radius", "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},
-        {"MaxValue", "maximum of the box", kAnyLayout, {{"Radius", kInt, 3, "half-size of the box"}},
+        {"MaxValue", "maximum of the box", {{"Radius", "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MaxValue(s, d, w, h, st, int(v[0])); })},
-        {"RangeFilter", "maximum minus minimum of the box", kAnyLayout,
-         {{"Radius", kInt, 2, "half-size of the box"}},
+        {"RangeFilter", "maximum minus minimum of the box",
+         {{"Radius", "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { RangeFilter(s, d, w, h, st, int(v[0])); })},
-        {"StdFilter", "standard deviation of the box", kAnyLayout,
-         {{"Radius", kInt, 3, "half-size of the box"}, {"EdgeMode", kInt, 1, edge}},
+        {"StdFilter", "standard deviation of the box",
+         {{"Radius", "half-size of the box"}, {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              StdFilter(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        {"EntropyFilter", "local entropy stretched to 0..255", kAnyLayout,
-         {{"Radius", kInt, 4, "half-size of the box"}, {"EdgeMode", kInt, 1, edge}},
+        {"EntropyFilter", "local entropy stretched to 0..255",
+         {{"Radius", "half-size of the box"}, {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              EntropyFilter(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        {"Fragment", "average of displaced copies", kAnyLayout,
-         {{"Count", kInt, 4, "copies"}, {"Distance", kInt, 8, "displacement in pixels"},
-          {"Angle", kDouble, 45, "rotation in degrees"}},
+        {"Fragment", "average of displaced copies",
+         {{"Count", "copies"}, {"Distance", "displacement in pixels"},
+          {"Angle", "rotation in degrees"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              Fragment(s, d, w, h, st, int(v[0]), int(v[1]), v[2]);
          })},
         // ---- Sharpening and edges
-        {"UnsharpMask", "adds back the difference from a Gaussian blur", kAnyLayout,
-         {{"Sigma", kDouble, 2, "blur deviation"}, {"Amount", kInt, 80, "percent"},
-          {"Threshold", kInt, 3, "smallest difference sharpened"}},
+        {"UnsharpMask", "adds back the difference from a Gaussian blur",
+         {{"Sigma", "blur deviation"}, {"Amount", "percent"},
+          {"Threshold", "smallest difference sharpened"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              UnsharpMask(s, d, w, h, st, v[0], int(v[1]), int(v[2]));
          })},
-        {"HighPass", "difference from a Gaussian blur around 128", kAnyLayout,
-         {{"Sigma", kDouble, 6, "blur deviation"}},
+        {"HighPass", "difference from a Gaussian blur around 128",
+         {{"Sigma", "blur deviation"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { HighPass(s, d, w, h, st, v[0]); })},
-        {"SharpenByHistgram", "pushes pixels away from a local rank", kAnyLayout,
-         {{"Radius", kInt, 3, "half-size of the box"}},
+        {"SharpenByHistgram", "pushes pixels away from a local rank",
+         {{"Radius", "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              SharpenByHistgram(s, d, w, h, st, int(v[0]));
          })},
-        {"FindEdges", "dark Sobel edges on white", kAnyLayout, {},
+        {"FindEdges", "dark Sobel edges on white", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) { FindEdges(s, d, w, h, st); })},
     };
 }
 
+
+// The generated table: every export's parameters, defaults, ranges and
+// layouts.
+struct TableOp {
+    const char* name;
+    int layouts;
+    std::vector<Param> params;
+};
+
+const std::vector<TableOp>& Table() {
+    static const std::vector<TableOp> table = {
+#include "param_table.inc"
+    };
+    return table;
+}
+
+// The host's entries completed from the generated table: each export's
+// layouts, and the type, default and range of each of its parameters, which
+// must be all of the export's parameters in the export's order.
+std::vector<Op> Complete(std::vector<Op> ops) {
+    for (Op& op : ops) {
+        const auto entry = std::find_if(Table().begin(), Table().end(),
+                                        [&](const TableOp& t) { return op.name == t.name; });
+        if (entry == Table().end()) throw std::logic_error("no parameter table entry for " + op.name);
+        if (entry->layouts) op.layouts = entry->layouts;  // none: the image is not read
+        size_t next = 0;
+        for (Param& p : op.params) {
+            if (!p.fromTable) continue;
+            if (next == entry->params.size() || entry->params[next].name != p.name)
+                throw std::logic_error(op.name + ": --" + p.name + " out of the table's order");
+            const Param& t = entry->params[next++];
+            p.type = t.type, p.value = t.value, p.range = t.range;
+        }
+        if (next != entry->params.size())
+            throw std::logic_error(op.name + ": --" + entry->params[next].name + " missing");
+    }
+    return ops;
+}
+
 }  // namespace
 
+std::string Describe(const Param& p) {
+    auto number = [](double v) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%g", v);
+        return std::string(text);
+    };
+    std::string text;
+    if (!p.range.choices.empty()) {
+        const bool two = p.range.choices.size() < 3;
+        for (double c : p.range.choices) text += (text.empty() ? "" : two ? " or " : ", ") + number(c);
+        return two ? text : "one of " + text;
+    }
+    const bool lo = !std::isnan(p.range.lo), hi = !std::isnan(p.range.hi);
+    if (lo && hi) return (p.range.openLo ? "> " + number(p.range.lo) + " and <= " : number(p.range.lo) + "..") +
+                         number(p.range.hi);
+    if (lo) return (p.range.openLo ? "> " : ">= ") + number(p.range.lo);
+    if (hi) return "<= " + number(p.range.hi);
+    return p.type == kDouble ? "any finite number" : p.type == kByte ? "0..255" : "any 32-bit integer";
+}
+
+bool InRange(const Param& p, double v) {
+    if (!p.range.choices.empty())
+        return std::find(p.range.choices.begin(), p.range.choices.end(), v) != p.range.choices.end();
+    if (!std::isnan(p.range.lo) && (p.range.openLo ? v <= p.range.lo : v < p.range.lo)) return false;
+    return std::isnan(p.range.hi) || v <= p.range.hi;
+}
+
 const std::vector<Op>& Ops() {
-    static const std::vector<Op> ops = BuildOps();
+    static const std::vector<Op> ops = Complete(BuildOps());
     return ops;
 }
 
@@ -474,13 +541,17 @@ const Op* FindOp(const std::string& name) {
 
 int Apply(const Op& op, const Image& src, const std::vector<double>& values, Image& out,
           double& milliseconds) {
-    Image input = src;
+    // Alpha the export does not take is set aside and put back unchanged.
+    const bool keepAlpha = src.channels == 4 && !(op.layouts & kAlpha);
+    Image input = keepAlpha ? ToColour(src) : src;
     if (input.channels == 1 && !(op.layouts & kGrey)) input = ToColour(input);
-    if (input.channels != 1 && !(op.layouts & kColour)) input = ToGrey(input);
+    if (input.channels == 3 && !(op.layouts & kColour)) input = ToGrey(input);
     out = input;  // unwritten pixels show the source
     const auto start = std::chrono::steady_clock::now();
     int status = op.run(input, out, values);
     milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    if (keepAlpha && status == 0 && out.width == src.width && out.height == src.height)
+        out = WithAlpha(out, AlphaOf(src));
     return status;
 }
 
