@@ -1,5 +1,6 @@
 // Benchmark driver: runs every registered benchmark single-threaded and
 // prints a summary of each export beside its OpenCV peer.
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -119,6 +120,13 @@ long PeakRiseKb(const MemoryCase& c) {
     if (pid == 0) {
         close(fds[0]);
         Image src = MakeImage(c.channels), dst = src;
+        // The same allocator state whatever ran before: heap pages the parent
+        // freed (resident in the child already, and staying so when written)
+        // are handed back, and large blocks are mapped afresh and returned when
+        // freed, so the peak counts the scratch that is live at once.
+        mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+        mallopt(M_TRIM_THRESHOLD, 128 * 1024);
+        malloc_trim(0);
         long rise = -1;
         if (std::ofstream("/proc/self/clear_refs") << "5" << std::flush) {
             const long before = StatusKb("VmRSS");
