@@ -3,7 +3,7 @@
 JOBS ?= 2
 GALLERY ?= gallery
 
-.PHONY: demo test valgrind bench windows clean
+.PHONY: demo test valgrind bench windows gallery-check clean
 
 # Main job: build the library and the host, and write the gallery page.
 demo:
@@ -42,6 +42,11 @@ bench:
 # 32-bit DLL with its export-table check, and the 64-bit suite under wine.
 windows:
 	bash scripts/windows-legs.sh
+
+# The gallery page opened in headless Chromium (no console errors, no missing
+# images, a screenshot in build/gallery-check/).
+gallery-check:
+	bash scripts/gallery-browser.sh
 
 clean:
 	rm -rf build $(GALLERY)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian machine lacks for the given jobs, from Debian's
 # packages. Usage: install-deps.sh [build] [windows] [wine] [bench] [valgrind]
-#   [python]
+#   [python] [browser]
 set -euo pipefail
 
 declare -A groups=(
@@ -12,6 +12,8 @@ declare -A groups=(
   [valgrind]="valgrind"
   # The Python binding, its dask helper and its tests (run by /usr/bin/python3).
   [python]="python3 python3-venv python3-pip python3-setuptools python3-numpy python3-dask python3-pytest"
+  # The gallery page opened in a headless browser.
+  [browser]="chromium"
 )
 
 want=()

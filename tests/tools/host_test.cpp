@@ -189,6 +189,8 @@ TEST_F(HostTest, ListShowsEveryExportWithItsDefaults) {
     EXPECT_NE(r.out.find("--Gamma <float> = 0.6"), std::string::npos);
 }
 
+// Every export in its family's section, on every image that could be read;
+// every picture the page shows exists.
 TEST_F(HostTest, GalleryRunsEveryExportOnEveryImage) {
     host::Image image;
     const std::string in = WriteInput(image);
@@ -197,12 +199,18 @@ TEST_F(HostTest, GalleryRunsEveryExportOnEveryImage) {
     EXPECT_EQ(r.code, 1);
     EXPECT_NE(r.out.find(" exports on 1 of 2 images (1 failed)"), std::string::npos) << r.out;
     std::ifstream html(Path("g/index.html"));
-    std::stringstream page;
-    page << html.rdbuf();
+    const std::string page((std::istreambuf_iterator<char>(html)), std::istreambuf_iterator<char>());
     for (const host::Op& op : host::Ops()) {
         EXPECT_TRUE(std::filesystem::exists(Path("g/in-" + op.name + ".png"))) << op.name;
-        EXPECT_NE(page.str().find("<b>" + op.name + "</b>"), std::string::npos) << op.name;
+        EXPECT_NE(page.find("<h3>" + op.name + "</h3>"), std::string::npos) << op.name;
+        EXPECT_NE(page.find("<a href=\"#" + op.name + "\">"), std::string::npos) << op.name << " not in the contents";
     }
+    int shown = 0;
+    for (size_t at = page.find("src=\""); at != std::string::npos; at = page.find("src=\"", at + 1), ++shown) {
+        const std::string file = page.substr(at + 5, page.find('"', at + 5) - at - 5);
+        EXPECT_TRUE(std::filesystem::exists(Path("g/" + file))) << file;
+    }
+    EXPECT_GT(shown, 2 * int(host::Ops().size()));
 }
 
 // The header is the one list of exports (the Windows export table is made

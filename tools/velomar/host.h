@@ -86,11 +86,20 @@ enum Layout : int { kGrey = 1, kColour = 2, kAlpha = 4 };
 // fourth as alpha), and how to call it. `run` fills `dst` (already a copy of
 // `src`, which it may resize) and returns a non-zero status on failure.
 struct Op {
+    using Run = std::function<int(const Image& src, Image& dst, const std::vector<double>& values)>;
+    Op(std::string name, std::string summary, std::vector<Param> params, Run run)
+        : name(std::move(name)), summary(std::move(summary)), params(std::move(params)), run(std::move(run)) {}
+
     std::string name;
     std::string summary;
     std::vector<Param> params;
-    std::function<int(const Image& src, Image& dst, const std::vector<double>& values)> run;
+    Run run;
     int layouts = kGrey | kColour;
+    std::string family;
+    // The extra pictures the call is made with (a reference, exposures), by
+    // name, for showing beside the result.
+    std::function<std::vector<std::pair<std::string, Image>>(const Image& src, const std::vector<double>& values)>
+        references;
 };
 
 const std::vector<Op>& Ops();

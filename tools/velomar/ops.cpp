@@ -128,16 +128,55 @@ const Image& SunsetReference() {
     return reference;
 }
 
+// The entries of each family in order, the family set on each.
+struct FamilyOps {
+    const char* family;
+    std::vector<Op> ops;
+};
+
+std::vector<Op> Grouped(std::vector<FamilyOps> families) {
+    std::vector<Op> ops;
+    for (FamilyOps& f : families)
+        for (Op& op : f.ops) {
+            op.family = f.family;
+            ops.push_back(std::move(op));
+        }
+    return ops;
+}
+
+// A gamma-corrected copy: the exposures exposure blending is shown with.
+Image Exposure(const Image& s, double gamma) {
+    Image e = s;
+    GammaCorrection(s.data(), e.data(), s.width, s.height, s.stride, gamma);
+    return e;
+}
+
+// The pictures the exports that take more than one are called with.
+void AddReferences(std::vector<Op>& ops) {
+    for (Op& op : ops) {
+        if (op.name == "ColorTransfer")
+            op.references = [](const Image&, const Values&) {
+                return std::vector<std::pair<std::string, Image>>{{"reference", SunsetReference()}};
+            };
+        if (op.name == "HdrBasedOnExposureBlending")
+            op.references = [](const Image& s, const Values& v) {
+                return std::vector<std::pair<std::string, Image>>{{"for shadows", Exposure(s, v[1])},
+                                                                  {"for highlights", Exposure(s, v[2])}};
+            };
+    }
+}
+
 std::vector<Op> BuildOps() {
     const std::string edge = "0 replicate, 1 reflect";
-    return {
-        // ---- Matrix core
+    return Grouped({
+        {"Matrix core", {
         {"GetPadImage", "adds borders filled by the edge rule",
          {{"Left", "columns added left"}, {"Right", "columns added right"},
           {"Top", "rows added above"}, {"Bottom", "rows added below"},
           {"EdgeMode", edge}},
          PadImage},
-        // ---- Point operations
+        }},
+        {"Point operations", {
         {"Invert", "complements every byte", {},
          MatrixForm([](Matrix* s, Matrix* d, const Values&) { return Invert(s, d); })},
         {"Desaturate", "grey = (max + min) / 2 of the colour bytes", {},
@@ -174,7 +213,8 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              AdjustBrightnessAndContrast(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        // ---- Histogram auto adjustments, glow, colour transfer
+        }},
+        {"Histogram auto adjustments, glow, colour transfer", {
         {"AutoLevel", "per-channel stretch between the clipped extremes",
          {{"ClipFraction", "fraction clipped at each end"},
           {"AutoGamma", "1: map the mean to mid-grey"}},
@@ -208,7 +248,8 @@ std::vector<Op> BuildOps() {
              const Image& r = SunsetReference();
              ColorTransfer(r.data(), s, d, r.width, r.height, r.stride, w, h, st);
          })},
-        // ---- Blurs
+        }},
+        {"Blurs", {
         {"BoxBlur", "truncated mean of the square box",
          {{"Radius", "half-size of the box"}, {"EdgeMode", edge}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
@@ -244,7 +285,8 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              SurfaceBlur(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        // ---- Edge-preserving smoothing and denoising
+        }},
+        {"Edge-preserving smoothing and denoising", {
         {"BilateralFilter", "edge-preserving smoothing by range levels",
          {{"Downsample", "levels at 1/2^k size"},
           {"SigmaSpatial", "spatial extent in 1/255 of the shorter side"},
@@ -290,7 +332,8 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              ReduceNoise(s, d, w, h, st, int(v[0]), int(v[1]));
          })},
-        // ---- Enhancement
+        }},
+        {"Enhancement", {
         {"AdaptEqualize", "contrast-limited equalisation per tile, blended between tiles",
          {{"TilesX", "tiles across"}, {"TilesY", "tiles down (at least 1)"},
           {"CutLimit", "clip strength 0..1 (0 clips hardest, 1 not at all)"},
@@ -361,12 +404,12 @@ std::vector<Op> BuildOps() {
          {{"Radius", "guided smoothing radius"},
           {"ShadowGamma", kDouble, 0.5, {0, kNoLimit, true, {}}, "gamma of the copy used in the shadows"},
           {"HighlightGamma", kDouble, 1.6, {0, kNoLimit, true, {}}, "gamma of the copy used in the highlights"}},
-         Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
-             std::vector<uint8_t> shadows(size_t(h) * st), highlights(shadows.size());
-             GammaCorrection(s, shadows.data(), w, h, st, v[1]);
-             GammaCorrection(s, highlights.data(), w, h, st, v[2]);
-             HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, w, h, st, int(v[0]));
-         })},
+         [](const Image& s, Image& d, const Values& v) {
+             const Image shadows = Exposure(s, v[1]), highlights = Exposure(s, v[2]);
+             HdrBasedOnExposureBlending(s.data(), shadows.data(), highlights.data(), d.data(), s.width, s.height,
+                                        s.stride, int(v[0]));
+             return 0;
+         }},
         {"HdrBasedOnGuiderFilter", "compresses the log base layer of a guided filter",
          {{"Radius", "guided filter radius"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
@@ -401,7 +444,8 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              DermabrasionFilter(s, d, w, h, st, int(v[0]), int(v[1]), int(v[2]), int(v[3]));
          })},
-        // ---- Frequency domain
+        }},
+        {"Frequency domain", {
         {"ShowFFT", "amplitude spectrum, zero frequency at the centre",
          {{"CopyToReal", "1: pixels in the real part too"},
           {"Direction", "0 unscaled, shown / 255; 1 scaled, shown x 255"}},
@@ -416,7 +460,8 @@ std::vector<Op> BuildOps() {
          {{"Kernel", kInt, 2, kNamedKernelIds, kNamedKernels}, {"EdgeMode", edge}}, WithNamedKernel(Conv2)},
         {"FFTConv2", "convolves with a named kernel through the FFT",
          {{"Kernel", kInt, 1, kNamedKernelIds, kNamedKernels}, {"EdgeMode", edge}}, WithNamedKernel(FFTConv2)},
-        // ---- Local statistics
+        }},
+        {"Local statistics", {
         {"MinValue", "minimum of the box", {{"Radius", "half-size of the box"}},
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) { MinValue(s, d, w, h, st, int(v[0])); })},
         {"MaxValue", "maximum of the box", {{"Radius", "half-size of the box"}},
@@ -440,7 +485,8 @@ std::vector<Op> BuildOps() {
          Raw([](auto s, auto d, int w, int h, int st, const Values& v) {
              Fragment(s, d, w, h, st, int(v[0]), int(v[1]), v[2]);
          })},
-        // ---- Sharpening and edges
+        }},
+        {"Sharpening and edges", {
         {"UnsharpMask", "adds back the difference from a Gaussian blur",
          {{"Sigma", "blur deviation"}, {"Amount", "percent"},
           {"Threshold", "smallest difference sharpened"}},
@@ -457,7 +503,8 @@ std::vector<Op> BuildOps() {
          })},
         {"FindEdges", "dark Sobel edges on white", {},
          Raw([](auto s, auto d, int w, int h, int st, const Values&) { FindEdges(s, d, w, h, st); })},
-    };
+        }},
+    });
 }
 
 
@@ -529,7 +576,11 @@ bool InRange(const Param& p, double v) {
 }
 
 const std::vector<Op>& Ops() {
-    static const std::vector<Op> ops = Complete(BuildOps());
+    static const std::vector<Op> ops = [] {
+        std::vector<Op> all = Complete(BuildOps());
+        AddReferences(all);
+        return all;
+    }();
     return ops;
 }
 
