@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian machine lacks for the given jobs, from Debian's
 # packages. Usage: install-deps.sh [build] [windows] [wine] [bench] [valgrind]
-#   [python] [browser]
+#   [python] [browser] [multilib]
 set -euo pipefail
 
 declare -A groups=(
@@ -14,6 +14,8 @@ declare -A groups=(
   [python]="python3 python3-venv python3-pip python3-setuptools python3-numpy python3-dask python3-pytest"
   # The gallery page opened in a headless browser.
   [browser]="chromium"
+  # 32-bit x86 builds on a 64-bit machine (-m32).
+  [multilib]="gcc-multilib g++-multilib"
 )
 
 want=()

@@ -1,4 +1,5 @@
-// Image files through stb: decode to grey or BGR, encode PNG.
+// Image files through stb: decode to grey, BGR or BGRA; encode PNG, JPEG, BMP
+// or TGA.
 #define STB_IMAGE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STBI_ONLY_PNG
@@ -18,21 +19,6 @@
 #include "host.h"
 
 namespace host {
-
-Image::Image(int w, int h, int c)
-    : width(w), height(h), channels(c), stride((w * c + 3) & ~3), pixels(size_t(stride) * h, 0) {}
-
-// Calls f(source pixel, destination pixel) for every pixel of `from`, into a
-// new image of `channels` channels.
-template <class F>
-Image Convert(const Image& from, int channels, F f) {
-    Image to(from.width, from.height, channels);
-    for (int y = 0; y < from.height; ++y)
-        for (int x = 0; x < from.width; ++x)
-            f(from.data() + size_t(y) * from.stride + size_t(x) * from.channels,
-              to.data() + size_t(y) * to.stride + size_t(x) * channels);
-    return to;
-}
 
 bool LoadImage(const std::string& path, Image& image, std::string& error, std::string* warning) {
     int w = 0, h = 0, n = 0;
@@ -123,31 +109,6 @@ bool SaveImage(const std::string& path, const Image& image, std::string& error, 
 
 bool SavePng(const std::string& path, const Image& image, std::string& error) {
     return SaveImage(path, image, error, 90, nullptr);
-}
-
-Image ToGrey(const Image& image) {
-    if (image.channels == 1) return image;
-    return Convert(image, 1, [](const uint8_t* s, uint8_t* d) { d[0] = uint8_t((s[0] * 29 + s[1] * 150 + s[2] * 77) >> 8); });
-}
-
-Image ToColour(const Image& image) {
-    if (image.channels == 3) return image;
-    return Convert(image, 3, [&](const uint8_t* s, uint8_t* d) {
-        for (int k = 0; k < 3; ++k) d[k] = s[image.channels == 1 ? 0 : k];
-    });
-}
-
-Image AlphaOf(const Image& image) {
-    return Convert(image, 1, [&](const uint8_t* s, uint8_t* d) { d[0] = image.channels == 4 ? s[3] : 255; });
-}
-
-Image WithAlpha(const Image& image, const Image& alpha) {
-    const Image colour = ToColour(image);
-    Image out = Convert(colour, 4, [](const uint8_t* s, uint8_t* d) { std::copy_n(s, 3, d); });
-    for (int y = 0; y < out.height; ++y)
-        for (int x = 0; x < out.width; ++x)
-            out.pixels[size_t(y) * out.stride + size_t(x) * 4 + 3] = alpha.pixels[size_t(y) * alpha.stride + x];
-    return out;
 }
 
 }  // namespace host

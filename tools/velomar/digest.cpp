@@ -1,0 +1,93 @@
+// velomar-digest: runs every export the host knows on fixed pictures, in
+// every layout it takes, with its defaults and with each other value of its
+// choice parameters, and prints one line per case with a digest of the
+// bytes it wrote. The committed table (tools/velomar/digests.txt) is what
+// every platform and instruction set must print.
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "host.h"
+
+namespace {
+
+using host::Image;
+
+// A picture with smooth structure and noise from a fixed generator (no
+// library random numbers: the same bytes on every platform).
+Image Picture(int w, int h, int c) {
+    Image img(w, h, c);
+    uint32_t state = 0x9E3779B9u ^ uint32_t(w * 131 + h * 7 + c);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int k = 0; k < c; ++k) {
+                state = state * 1664525u + 1013904223u;
+                const int noise = int(state >> 27) - 16;  // -16 .. 15
+                const int base = k == 3 ? (x * 9 + y * 5) % 256 : (x * 5 + y * 3 + k * 60) % 200 + 20;
+                img.pixels[size_t(y) * img.stride + size_t(x) * c + k] = uint8_t(std::min(255, std::max(0, base + noise)));
+            }
+    return img;
+}
+
+// 64-bit FNV-1a over the size and the bytes.
+uint64_t Digest(const Image& img) {
+    uint64_t h = 14695981039346656037ull;
+    auto add = [&](uint8_t b) { h = (h ^ b) * 1099511628211ull; };
+    for (int v : {img.width, img.height, img.channels})
+        for (int s = 0; s < 32; s += 8) add(uint8_t(v >> s));
+    for (uint8_t b : img.pixels) add(b);
+    return h;
+}
+
+std::string Number(double v) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", v);
+    return text;
+}
+
+}  // namespace
+
+int main() {
+    // Odd sizes, one wide enough for every vector path and block size.
+    const std::pair<int, int> sizes[] = {{67, 45}, {9, 131}, {203, 97}};
+    int cases = 0;
+    for (const host::Op& op : host::Ops()) {
+        // Defaults, then one parameter at a time moved: to each other choice,
+        // or to a smaller and a larger value within its range.
+        std::vector<std::vector<double>> sets(1);
+        for (const host::Param& p : op.params) sets[0].push_back(p.value);
+        for (size_t k = 0; k < op.params.size(); ++k) {
+            const host::Param& p = op.params[k];
+            std::vector<double> others = p.range.choices;
+            if (others.empty()) {
+                const double v = p.value;
+                others = p.type == host::kDouble ? std::vector<double>{v * 0.37 - 0.5, v * 2.3 + 1.25}
+                                                 : std::vector<double>{double(int(v) / 3), double(int(v) * 2 + 3)};
+            }
+            for (double other : others)
+                if (other != p.value && host::InRange(p, other)) {
+                    sets.push_back(sets[0]);
+                    sets.back()[k] = other;
+                }
+        }
+        for (int channels : {1, 3, 4}) {
+            const int layout = channels == 1 ? host::kGrey : channels == 3 ? host::kColour : host::kAlpha;
+            if (!(op.layouts & layout)) continue;
+            for (auto [w, h] : sizes)
+                for (const std::vector<double>& values : sets) {
+                    const Image src = Picture(w, h, channels);
+                    Image out = src;
+                    const int status = op.run(src, out, values);
+                    std::string params;
+                    for (size_t k = 0; k < values.size(); ++k) params += " " + op.params[k].name + "=" + Number(values[k]);
+                    std::printf("%s %dx%dx%d%s: ", op.name.c_str(), w, h, channels, params.c_str());
+                    if (status != 0) std::printf("status %d\n", status);
+                    else std::printf("%016llx\n", static_cast<unsigned long long>(Digest(out)));
+                    ++cases;
+                }
+        }
+    }
+    std::fprintf(stderr, "%d cases\n", cases);
+    return 0;
+}
