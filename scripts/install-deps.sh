@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian machine lacks for the given jobs, from Debian's
 # packages. Usage: install-deps.sh [build] [windows] [wine] [bench] [valgrind]
-#   [python] [browser] [multilib]
+#   [python] [browser] [multilib] [fuzz]
 set -euo pipefail
 
 declare -A groups=(
@@ -16,6 +16,8 @@ declare -A groups=(
   [browser]="chromium"
   # 32-bit x86 builds on a 64-bit machine (-m32).
   [multilib]="gcc-multilib g++-multilib"
+  # libFuzzer with address and undefined-behaviour sanitizers.
+  [fuzz]="clang libclang-rt-14-dev"
 )
 
 want=()

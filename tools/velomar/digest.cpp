@@ -53,24 +53,7 @@ int main() {
     const std::pair<int, int> sizes[] = {{67, 45}, {9, 131}, {203, 97}};
     int cases = 0;
     for (const host::Op& op : host::Ops()) {
-        // Defaults, then one parameter at a time moved: to each other choice,
-        // or to a smaller and a larger value within its range.
-        std::vector<std::vector<double>> sets(1);
-        for (const host::Param& p : op.params) sets[0].push_back(p.value);
-        for (size_t k = 0; k < op.params.size(); ++k) {
-            const host::Param& p = op.params[k];
-            std::vector<double> others = p.range.choices;
-            if (others.empty()) {
-                const double v = p.value;
-                others = p.type == host::kDouble ? std::vector<double>{v * 0.37 - 0.5, v * 2.3 + 1.25}
-                                                 : std::vector<double>{double(int(v) / 3), double(int(v) * 2 + 3)};
-            }
-            for (double other : others)
-                if (other != p.value && host::InRange(p, other)) {
-                    sets.push_back(sets[0]);
-                    sets.back()[k] = other;
-                }
-        }
+        const std::vector<std::vector<double>> sets = host::ParameterSets(op);
         for (int channels : {1, 3, 4}) {
             const int layout = channels == 1 ? host::kGrey : channels == 3 ? host::kColour : host::kAlpha;
             if (!(op.layouts & layout)) continue;

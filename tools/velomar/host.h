@@ -20,8 +20,21 @@ struct Image {
 
     Image() = default;
     Image(int w, int h, int c);
-    uint8_t* data() { return pixels.data(); }
-    const uint8_t* data() const { return pixels.data(); }
+    // Rows `stride` bytes apart (at least w * c).
+    Image(int w, int h, int c, int stride);
+    // A view of stride * h bytes the caller owns (the robustness tests place
+    // them between inaccessible pages); a copy of a view owns its bytes.
+    static Image View(uint8_t* bytes, int w, int h, int c, int stride);
+    Image(const Image& other);
+    Image& operator=(const Image& other);
+    Image(Image&&) = default;
+    Image& operator=(Image&&) = default;
+
+    uint8_t* data() { return view_ ? view_ : pixels.data(); }
+    const uint8_t* data() const { return view_ ? view_ : pixels.data(); }
+
+private:
+    uint8_t* view_ = nullptr;
 };
 
 // Reads PNG, JPEG, BMP, TGA or PNM: grey files stay grey, files with alpha become
@@ -103,6 +116,9 @@ struct Op {
 };
 
 const std::vector<Op>& Ops();
+// The defaults, then one parameter at a time moved: to each other choice, or
+// to a smaller and a larger value within its range.
+std::vector<std::vector<double>> ParameterSets(const Op& op);
 const Op* FindOp(const std::string& name);
 
 // Applies `op` with `values` (one per parameter, in order) to `src`,

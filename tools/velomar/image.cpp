@@ -6,8 +6,26 @@
 
 namespace host {
 
-Image::Image(int w, int h, int c)
-    : width(w), height(h), channels(c), stride((w * c + 3) & ~3), pixels(size_t(stride) * h, 0) {}
+Image::Image(int w, int h, int c) : Image(w, h, c, (w * c + 3) & ~3) {}
+
+Image::Image(int w, int h, int c, int stride)
+    : width(w), height(h), channels(c), stride(stride), pixels(size_t(stride) * h, 0) {}
+
+Image Image::View(uint8_t* bytes, int w, int h, int c, int stride) {
+    Image view;
+    view.width = w, view.height = h, view.channels = c, view.stride = stride;
+    view.view_ = bytes;
+    return view;
+}
+
+Image::Image(const Image& other)
+    : width(other.width), height(other.height), channels(other.channels), stride(other.stride),
+      pixels(other.data(), other.data() + size_t(other.stride) * other.height) {}
+
+Image& Image::operator=(const Image& other) {
+    if (this != &other) *this = Image(other);
+    return *this;
+}
 
 namespace {
 

@@ -575,6 +575,26 @@ bool InRange(const Param& p, double v) {
     return std::isnan(p.range.hi) || v <= p.range.hi;
 }
 
+std::vector<std::vector<double>> ParameterSets(const Op& op) {
+    std::vector<std::vector<double>> sets(1);
+    for (const Param& p : op.params) sets[0].push_back(p.value);
+    for (size_t k = 0; k < op.params.size(); ++k) {
+        const Param& p = op.params[k];
+        std::vector<double> others = p.range.choices;
+        if (others.empty()) {
+            const double v = p.value;
+            others = p.type == kDouble ? std::vector<double>{v * 0.37 - 0.5, v * 2.3 + 1.25}
+                                       : std::vector<double>{double(int(v) / 3), double(int(v) * 2 + 3)};
+        }
+        for (double other : others)
+            if (other != p.value && InRange(p, other)) {
+                sets.push_back(sets[0]);
+                sets.back()[k] = other;
+            }
+    }
+    return sets;
+}
+
 const std::vector<Op>& Ops() {
     static const std::vector<Op> ops = [] {
         std::vector<Op> all = Complete(BuildOps());
