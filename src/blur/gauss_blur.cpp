@@ -180,8 +180,7 @@ struct DoubleRows {
 
 #if VELOMAR_WIDE_PATHS
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
+VELOMAR_TARGET_BEGIN("avx2")
 namespace avx2 {
 
 struct Lanes {
@@ -215,15 +214,16 @@ struct Lanes {
 #include "blur/gauss_lanes.inc"
 
 }  // namespace avx2
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx512f")
+VELOMAR_TARGET_BEGIN("avx512f")
 // GCC 12's AVX-512 conversion intrinsics start from an undefined vector that
 // it then reports as uninitialised; nothing here reads it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wuninitialized"
+#ifndef __clang__
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 namespace avx512 {
 
 struct Lanes {
@@ -252,7 +252,7 @@ struct Lanes {
 
 }  // namespace avx512
 #pragma GCC diagnostic pop
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 
 #endif
 

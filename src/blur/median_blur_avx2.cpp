@@ -8,8 +8,7 @@
 #include "blur/blur.h"
 #include "core/cpu.h"
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
+VELOMAR_TARGET_BEGIN("avx2")
 
 namespace velomar {
 
@@ -125,4 +124,4 @@ template void MedianRowAvx2<true>(const uint16_t*, const uint16_t*, int32_t, int
 
 }  // namespace velomar
 
-#pragma GCC pop_options
+VELOMAR_TARGET_END

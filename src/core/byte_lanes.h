@@ -25,8 +25,7 @@ struct Sse2Bytes {
 };
 
 #if VELOMAR_WIDE_PATHS
-#pragma GCC push_options
-#pragma GCC target("avx2")
+VELOMAR_TARGET_BEGIN("avx2")
 struct Avx2Bytes {
     using V = __m256i;
     static constexpr int32_t kWidth = 32;
@@ -36,10 +35,9 @@ struct Avx2Bytes {
     static V Max(V a, V b) { return _mm256_max_epu8(a, b); }
     static V Ones() { return _mm256_set1_epi8(-1); }
 };
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
+VELOMAR_TARGET_BEGIN("avx512f,avx512bw")
 struct Avx512Bytes {
     using V = __m512i;
     static constexpr int32_t kWidth = 64;
@@ -49,7 +47,7 @@ struct Avx512Bytes {
     static V Max(V a, V b) { return _mm512_max_epu8(a, b); }
     static V Ones() { return _mm512_set1_epi8(-1); }
 };
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 #endif
 
 }  // namespace velomar

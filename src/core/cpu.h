@@ -11,6 +11,18 @@
 #define VELOMAR_WIDE_PATHS 1
 #endif
 
+// Code between VELOMAR_TARGET_BEGIN("avx2") (or another instruction set) and
+// VELOMAR_TARGET_END is compiled for that set; the dispatcher decides whether
+// it runs.
+#define VELOMAR_PRAGMA(text) _Pragma(#text)
+#if defined(__clang__)
+#define VELOMAR_TARGET_BEGIN(isa) VELOMAR_PRAGMA(clang attribute push(__attribute__((target(isa))), apply_to = function))
+#define VELOMAR_TARGET_END VELOMAR_PRAGMA(clang attribute pop)
+#else
+#define VELOMAR_TARGET_BEGIN(isa) VELOMAR_PRAGMA(GCC push_options) VELOMAR_PRAGMA(GCC target(isa))
+#define VELOMAR_TARGET_END VELOMAR_PRAGMA(GCC pop_options)
+#endif
+
 namespace velomar {
 
 // Instruction sets in order of width. SSE2 is the baseline every build has.

@@ -43,8 +43,7 @@ int32_t Conv2RunSse2(const ConvPlan& Plan, const float* Row, int32_t Count, doub
 
 #if VELOMAR_WIDE_PATHS
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
+VELOMAR_TARGET_BEGIN("avx2")
 namespace avx2 {
 
 struct Lanes {
@@ -73,14 +72,15 @@ struct Lanes {
 #include "frequency/conv2_lanes.inc"
 
 }  // namespace avx2
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
+VELOMAR_TARGET_BEGIN("avx512f,avx512bw")
 // GCC 12's AVX-512 headers start some conversions from an undefined vector,
 // which its flow analysis reports as uninitialised.
 #pragma GCC diagnostic push
+#ifndef __clang__
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 namespace avx512 {
 
 struct Lanes {
@@ -112,7 +112,7 @@ struct Lanes {
 
 }  // namespace avx512
 #pragma GCC diagnostic pop
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 
 int32_t Conv2RunAvx2(const ConvPlan& Plan, const float* Row, int32_t Count, double Scale, uint8_t* Out) {
     return avx2::ConvolveRun(Plan, Row, Count, Scale, Out);

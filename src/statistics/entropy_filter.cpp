@@ -63,8 +63,7 @@ struct Words {
 }  // namespace sse2
 
 #if VELOMAR_WIDE_PATHS
-#pragma GCC push_options
-#pragma GCC target("avx2")
+VELOMAR_TARGET_BEGIN("avx2")
 namespace avx2 {
 struct Words {
     using V = __m256i;
@@ -84,10 +83,9 @@ struct Words {
 };
 #include "statistics/entropy_lanes.inc"
 }  // namespace avx2
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
+VELOMAR_TARGET_BEGIN("avx512f,avx512bw")
 namespace avx512 {
 struct Words {
     using V = __m512i;
@@ -101,7 +99,7 @@ struct Words {
 };
 #include "statistics/entropy_lanes.inc"
 }  // namespace avx512
-#pragma GCC pop_options
+VELOMAR_TARGET_END
 #endif
 
 using EntropyRowFn = void (*)(const SlidingHistogram&, const int32_t*, int32_t, int32_t, const double*,
