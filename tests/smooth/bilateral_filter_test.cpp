@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "blur/blur.h"
-#include "common/reference.h"
+#include "common/suite.h"
 #include "smooth/smooth.h"
 
 namespace {
@@ -77,15 +77,10 @@ void ReferencePlane(const uint8_t* src, const uint8_t* guide, uint8_t* dest, int
 std::vector<uint8_t> Reference(const vtest::Image& src, const vtest::Image& guide, std::vector<uint8_t> dest,
                                const Params& p) {
     const int step = src.channels == 1 ? 1 : 3;
-    vtest::Image entry = src;
-    entry.bytes = dest;
-    for (int c = 0; c < step; ++c) {
-        vtest::Image d = vtest::PlaneOf(entry, step, c);
-        ReferencePlane(vtest::PlaneOf(src, step, c).data(), vtest::PlaneOf(guide, step, c).data(), d.data(), src.width,
-                       src.height, p);
-        vtest::PutPlane(dest, src, step, c, d);
-    }
-    return dest;
+    return vtest::EachPlane(src, dest, step, [&](const vtest::Image& s, vtest::Image d, int c) {
+        ReferencePlane(s.data(), vtest::PlaneOf(guide, step, c).data(), d.data(), src.width, src.height, p);
+        return d;
+    });
 }
 
 void RunFilter(const vtest::Image& shape, const uint8_t* src, const uint8_t* guide, uint8_t* dest, const Params& p) {
