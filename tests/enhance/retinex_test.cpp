@@ -24,24 +24,18 @@ std::vector<double> DirectRetinex(const uint8_t* src, int w, int h, int stride, 
     return acc;
 }
 
-std::vector<uint8_t> DirectStretch(const std::vector<double>& acc, std::vector<uint8_t> d, int w, int h, int stride,
+// Channel by channel over `layout` (grey, or three bytes a pixel).
+std::vector<uint8_t> DirectStretch(const std::vector<double>& acc, std::vector<uint8_t> d, const Image& layout,
                                    double dynamic) {
-    const int c = stride / w == 1 ? 1 : 3;
-    for (int k = 0; k < c; ++k) {
-        double sum = 0, sq = 0;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) sum += acc[size_t(y) * stride + x * c + k];
-        const double mean = sum / (double(w) * h);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) sq += std::pow(acc[size_t(y) * stride + x * c + k] - mean, 2);
-        const double sd = std::sqrt(sq / (double(w) * h)), lo = mean - dynamic * sd;
-        const double range = (mean + dynamic * sd) - lo;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const size_t i = size_t(y) * stride + x * c + k;
-                d[i] = vtest::TruncClamp((acc[i] - lo) * (255 / (range == 0 ? 1.0 : range)));
-            }
-    }
+    const int c = layout.stride / layout.width == 1 ? 1 : 3;
+    const double n = double(layout.width) * layout.height;
+    double sum[3] = {}, sq[3] = {};
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sum[k] += acc[i]; });
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sq[k] += std::pow(acc[i] - sum[k] / n, 2); });
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) {
+        const double sd = std::sqrt(sq[k] / n), lo = sum[k] / n - dynamic * sd, range = (sum[k] / n + dynamic * sd) - lo;
+        d[i] = vtest::TruncClamp((acc[i] - lo) * (255 / (range == 0 ? 1.0 : range)));
+    });
     return d;
 }
 
@@ -74,8 +68,7 @@ TEST(Retinex, MSRCRGIMPAndMSRHSVMatchDirectModel) {
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { MSRCRGIMP(a..., sigma, n, dynamic); },
             [&](std::vector<uint8_t> d) {
-                return DirectStretch(DirectRetinex(src.data(), w, h, src.stride, Scales(sigma, n)), d, w, h,
-                                     src.stride, dynamic);
+                return DirectStretch(DirectRetinex(src.data(), w, h, src.stride, Scales(sigma, n)), d, src, dynamic);
             }))
             << " scales " << n << " sigma " << sigma;
         if (src.channels == 1) continue;
@@ -88,7 +81,7 @@ TEST(Retinex, MSRCRGIMPAndMSRHSVMatchDirectModel) {
                     velomar::RowBgrToHsv(w, &src.bytes[size_t(y) * src.stride], hsv.data());
                     for (int x = 0; x < w; ++x) v[size_t(y) * w + x] = uint8_t(hsv[3 * x + 2]);
                 }
-                v = DirectStretch(DirectRetinex(v.data(), w, h, w, Scales(sigma, n)), v, w, h, w, dynamic);
+                v = DirectStretch(DirectRetinex(v.data(), w, h, w, Scales(sigma, n)), v, Image(w, h, 1), dynamic);
                 for (int y = 0; y < h; ++y) {
                     velomar::RowBgrToHsv(w, &src.bytes[size_t(y) * src.stride], hsv.data());
                     for (int x = 0; x < w; ++x) hsv[3 * x + 2] = v[size_t(y) * w + x];
@@ -124,12 +117,10 @@ TEST(Retinex, HsvRowsFollowTheirFormulasAndRoundTrip) {
     }
     // Grey pixels: the value comes back in all three bytes.
     Image grey = vtest::RandomSmoothImage(31, 11, 3, 1);
-    for (int y = 0; y < 11; ++y)
-        for (int x = 0; x < 31; ++x) grey.at(x, y, 1) = grey.at(x, y, 2) = grey.at(x, y, 0);
+    vtest::EachSample(grey, 1, [&](int x, int y, int, size_t) { grey.at(x, y, 1) = grey.at(x, y, 2) = grey.at(x, y, 0); });
     Image out = grey;
     MSRHSV(grey.data(), out.data(), 31, 11, grey.stride, 20, 2, 1.5);
-    for (int y = 0; y < 11; ++y)
-        for (int x = 0; x < 31; ++x) ASSERT_TRUE(out.at(x, y, 0) == out.at(x, y, 1) && out.at(x, y, 1) == out.at(x, y, 2));
+    vtest::EachSample(out, 1, [&](int x, int y, int, size_t) { ASSERT_TRUE(out.at(x, y, 0) == out.at(x, y, 1) && out.at(x, y, 1) == out.at(x, y, 2)); });
 }
 
 }  // namespace
