@@ -105,22 +105,21 @@ TEST(Level, ClampsParametersIntoTheirRanges) {
     for (size_t i = 0; i < step.size(); ++i) EXPECT_EQ(step[i], src.bytes[i] > 100 ? 220 : 20);
 }
 
+// Grey maps every byte of the buffer, padding included; three bytes per
+// pixel compare their sum with 3 T.
 TEST(Threshold, StrictlyGreaterInBothLayouts) {
     for (int t : {-1, 0, 128, 200, 255, 400}) {
-        Image grey = vtest::RandomImage(37, 9, 1, 3), out = grey;  // vector body plus tail
+        Image grey = vtest::RandomImage(37, 9, 1, 3), bgr = vtest::RandomImage(11, 4, 3, 2);  // grey: vector body plus tail
         grey.bytes[0] = 128, grey.bytes[1] = 129;
-        Threshold(grey.data(), out.data(), 37, 9, grey.stride, t);
-        for (size_t i = 0; i < grey.bytes.size(); ++i)
-            ASSERT_EQ(out.bytes[i], grey.bytes[i] > t ? 255 : 0) << "t=" << t << " i=" << i;
-
-        Image bgr = vtest::RandomImage(11, 4, 3, 2), cout = bgr;
-        Threshold(bgr.data(), cout.data(), 11, 4, bgr.stride, t);
-        for (int y = 0; y < 4; ++y)
-            for (int x = 0; x < 11; ++x) {
-                int s = bgr.at(x, y, 0) + bgr.at(x, y, 1) + bgr.at(x, y, 2);
-                for (int k = 0; k < 3; ++k) ASSERT_EQ(cout.at(x, y, k), s > 3 * t ? 255 : 0);
-            }
-        EXPECT_TRUE(vtest::PaddingIntact(cout, 0xA5));
+        bgr.at(1, 0, 0) = bgr.at(1, 0, 1) = bgr.at(1, 0, 2) = uint8_t(std::clamp(t, 0, 255));  // a sum of 3 T
+        for (const Image& src : {grey, bgr})
+            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Threshold(a..., t); }, [&](std::vector<uint8_t> d) {
+                for (size_t i = 0; src.channels == 1 && i < d.size(); ++i) d[i] = src.bytes[i] > t ? 255 : 0;
+                vtest::EachSample(src, src.channels, [&](int x, int y, int, size_t i) {
+                    if (src.channels == 3) d[i] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2) > 3 * t ? 255 : 0;
+                });
+                return d;
+            })) << "threshold " << t;
     }
 }
 

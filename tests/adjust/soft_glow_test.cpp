@@ -2,18 +2,15 @@
 // exposal against the per-byte rule.
 #include "adjust/adjust.h"
 #include "blur/blur.h"
-#include "common/reference.h"
+#include "common/suite.h"
 
 namespace {
 
 // Bytes above 127 become 255 - value, the others are left as Dest holds them.
 std::vector<uint8_t> DirectExposal(const vtest::Image& src, std::vector<uint8_t> dst) {
-    const int run = src.stride / src.width == 1 ? src.width : 3 * src.width;
-    for (int y = 0; y < src.height; ++y)
-        for (int k = 0; k < run; ++k) {
-            const uint8_t v = src.bytes[size_t(y) * src.stride + k];
-            if (v > 127) dst[size_t(y) * src.stride + k] = uint8_t(255 - v);
-        }
+    vtest::EachRowByte(src, src.stride / src.width == 1 ? src.width : 3 * src.width, [&](size_t i) {
+        if (src.bytes[i] > 127) dst[i] = uint8_t(255 - src.bytes[i]);
+    });
     return dst;
 }
 
@@ -37,12 +34,7 @@ std::vector<uint8_t> DirectSoftGlow(const vtest::Image& src, std::vector<uint8_t
     velomar::GuassBlur(src.data(), glow.data(), src.width, src.height, src.stride, sigma);
     velomar::AdjustBrightnessAndContrast(glow.data(), glow.data(), src.width, src.height, src.stride,
                                          brightness, contrast);
-    for (int y = 0; y < src.height; ++y)
-        for (int k = 0; k < 3 * src.width; ++k) {
-            const size_t i = size_t(y) * src.stride + k;
-            const int a = src.bytes[i], g = glow[i];
-            dst[i] = uint8_t(a + g - a * g / 255);
-        }
+    vtest::EachRowByte(src, 3 * src.width, [&](size_t i) { dst[i] = uint8_t(src.bytes[i] + glow[i] - src.bytes[i] * glow[i] / 255); });
     return dst;
 }
 
