@@ -145,8 +145,6 @@ TEST_P(Conv2Paths, MatchesTheDirectCorrelationAndConvolution) {
             for (float& v : k) v = std::round(v);
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
         ftest::Record src(w, h, DEPTH_8U, channels), dest(w, h, DEPTH_8U, channels);
-        src.Fill();
-        dest.Fill();
         SCOPED_TRACE(testing::Message() << w << "x" << h << "x" << channels << " kernel " << s.kw << "x" << s.kh
                                         << " edge " << edge << " integer " << integer);
         EXPECT_TRUE(RunBothWays(velomar::Conv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& result) {
@@ -184,9 +182,7 @@ TEST_P(Conv2Paths, KeepsTheDotProductOrder) {
             }
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
         const int w = vtest::RandomInt(1, 150), h = vtest::RandomInt(1, 2);
-        ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);
-        src.Fill();
-        dest.Fill();  // (its row padding is compared too)
+        ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);  // (Dest's row padding compared too)
         for (int y = 0; y < h; ++y) std::fill_n(&Pixel(src.m, 0, y, 0), w, uint8_t(1));
         const std::vector<uint8_t> expected = DirectConv2(src.m, k, s.kw, s.kh, 0, dest.Bytes(), false);
         ASSERT_EQ(Conv2(src.m, &kernel, dest.m, 0), STATUS_OK);
@@ -199,7 +195,6 @@ TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
     Matrix kernel = ftest::KernelRecord(k, 3, 3);
     ftest::Record a(6, 5, DEPTH_8U, 1), b(6, 5, DEPTH_8U, 1), c3(6, 5, DEPTH_8U, 3), wide(7, 5, DEPTH_8U, 1);
     ftest::Record tall(6, 6, DEPTH_8U, 1), s16(6, 5, DEPTH_16S, 1), d16(6, 5, DEPTH_16S, 1);
-    for (ftest::Record* r : {&a, &b, &c3, &wide, &tall, &s16, &d16}) r->Fill();
     Matrix noData = *b.m, step = *a.m, signedDepth = *b.m, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
     noData.Data = nullptr;
     step.WidthStep += 4;

@@ -1,6 +1,6 @@
 // Lee, Wiener and rank noise reduction against neighbourhood statistics and
 // rank counts taken directly over each (2r+1)^2 neighbourhood.
-#include "common/reference.h"
+#include "common/suite.h"
 #include "smooth/smooth.h"
 
 namespace {
@@ -16,17 +16,13 @@ std::vector<uint8_t> DirectLee(const Image& src, std::vector<uint8_t> dest, int 
     if (stride < w * c) return dest;  // a two-byte layout is left alone
     const vtest::LocalStats st = vtest::DirectLocalStats(src, radius, EDGE_REFLECT, c);
     int64_t total = 0;
-    for (int y = 0; y < h; ++y)
-        for (int i = y * stride; i < y * stride + w * c; ++i) total += st.variance[size_t(i)];
+    vtest::EachRowByte(src, w * c, [&](size_t i) { total += st.variance[i]; });
     const int N = noise ? noise : int(total / (int64_t(w) * c * h));
-    for (int y = 0; y < h; ++y)
-        for (int i = y * stride; i < y * stride + w * c; ++i) {
-            const int S = src.bytes[size_t(i)], V = int(st.variance[size_t(i)]);
-            const int M = c == 1 ? dest[size_t(i)] : int(st.mean[size_t(i)]);
-            // A zero divisor lets the source value through.
-            const int out = N + V == 0 ? S : M + ((S - M) * V) / (N + V);
-            dest[size_t(i)] = uint8_t(std::clamp(out, 0, 255));
-        }
+    vtest::EachRowByte(src, w * c, [&](size_t i) {
+        const int S = src.bytes[i], V = int(st.variance[i]), M = c == 1 ? dest[i] : int(st.mean[i]);
+        // A zero divisor lets the source value through.
+        dest[i] = uint8_t(std::clamp(N + V == 0 ? S : M + ((S - M) * V) / (N + V), 0, 255));
+    });
     return dest;
 }
 
