@@ -127,8 +127,10 @@ TEST(Threshold, StrictlyGreaterInBothLayouts) {
 
 // Matrix forms over records with row padding: Invert complements every byte
 // (in place too); GammaCorrection1 maps grey rows whole and three-channel
-// pixels only, and returns 0 even for a depth it rejects.
-TEST(MatrixForms, InvertAndGammaCorrection1) {
+// pixels only, and returns 0 even for a depth it rejects. Posterize splits
+// evenly and rejects bad levels; Desaturate writes the mid-range grey, keeps
+// alpha and returns the last level.
+TEST(MatrixForms, InvertGammaPosterizeDesaturate) {
     Image inv = vtest::RandomImage(7, 5, 3, 3);
     const Image before = inv;
     Matrix m = vtest::MatrixOf(inv);
@@ -145,12 +147,9 @@ TEST(MatrixForms, InvertAndGammaCorrection1) {
         s.Depth = d.Depth = DEPTH_16S;
         EXPECT_EQ(GammaCorrection1(&s, &d, 2.0), STATUS_OK);
     }
-}
-
-TEST(MatrixForms, PosterizeSplitsEvenlyAndRejectsBadLevels) {
-    Image src(16, 16, 1), dst(16, 16, 1, 0, 9);
-    for (int i = 0; i < 256; ++i) src.bytes[i] = uint8_t(i);
-    Matrix s = vtest::MatrixOf(src), d = vtest::MatrixOf(dst);
+    Image ramp(16, 16, 1), dst(16, 16, 1, 0, 9);
+    for (int i = 0; i < 256; ++i) ramp.bytes[i] = uint8_t(i);
+    Matrix s = vtest::MatrixOf(ramp), d = vtest::MatrixOf(dst);
     EXPECT_EQ(Posterize(&s, &d, 1), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(Posterize(&s, &d, 256), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(Posterize(&s, nullptr, 1), STATUS_NULL_REFERENCE);  // nulls are checked first
@@ -159,17 +158,14 @@ TEST(MatrixForms, PosterizeSplitsEvenlyAndRejectsBadLevels) {
     for (int i = 0; i < 256; ++i) ASSERT_EQ(dst.bytes[i], i < 128 ? 0 : 255);
     EXPECT_EQ(Posterize(&s, &d, 5), STATUS_OK);  // step 51, scale 63
     for (int i = 0; i < 256; ++i) ASSERT_EQ(dst.bytes[i], std::min(255, (i / 51) * 63));
-}
-
-TEST(MatrixForms, DesaturateWritesMidRangeGreyKeepsAlphaAndReturnsLastLevel) {
-    Image src = vtest::RandomImage(3, 2, 4), dst(3, 2, 4, 0, 42);
-    Matrix s = vtest::MatrixOf(src), d = vtest::MatrixOf(dst);
+    Image src = vtest::RandomImage(3, 2, 4), out(3, 2, 4, 0, 42);
+    s = vtest::MatrixOf(src), d = vtest::MatrixOf(out);
     const int32_t last = Desaturate(&s, &d);
     int grey = -1;
     for (int p = 0; p < 6; ++p) {
         const uint8_t* b = &src.bytes[4 * p];
         grey = (std::max({b[0], b[1], b[2]}) + std::min({b[0], b[1], b[2]})) / 2;
-        EXPECT_EQ(std::vector<uint8_t>(&dst.bytes[4 * p], &dst.bytes[4 * p + 4]),
+        EXPECT_EQ(std::vector<uint8_t>(&out.bytes[4 * p], &out.bytes[4 * p + 4]),
                   std::vector<uint8_t>({uint8_t(grey), uint8_t(grey), uint8_t(grey), 42})) << "pixel " << p;
     }
     EXPECT_EQ(last, grey);

@@ -85,7 +85,7 @@ TEST(ConvertRowToYCbCr, FullRangeLumaChromaWithWrappingStorage) {
     }
 }
 
-TEST(AutoWhiteBalance, DynamicThresholdMatchesDirectBlockStatistics) {
+TEST(AutoWhiteBalance, DynamicThresholdMatchesBlockStatisticsAndRefusalsWriteNothing) {
     for (int trial = 0; trial < 60 && !HasFailure(); ++trial) {
         const Image src = vtest::SweepImage(trial, {3}, 40, 30, 4);
         const int bs = RandomInt(1, 50), global = trial % 3, squared = trial / 3 % 2;
@@ -94,6 +94,14 @@ TEST(AutoWhiteBalance, DynamicThresholdMatchesDirectBlockStatistics) {
             [&](std::vector<uint8_t> d) { return DynamicModel(src, d, bs, global, squared); }))
             << " block " << bs << " global " << global << " squared " << squared;
     }
+    // Unusable layouts, block sizes and null images write nothing.
+    const Image four = vtest::RandomImage(9, 7, 4);
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {
+        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), d, 9, 7, 36); },     // four bytes
+        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(four.data(), d, 9, 7, 18, 5); },         // short rows
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(four.data(), d, 9, 7, 36, 0, 0, 0); },  // no blocks
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0); },
+    }));
 }
 
 // A neutral first column keeps the grey world picture as it is.
@@ -127,16 +135,6 @@ TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
             return grey ? Balance(src, d, grey, h, sum) : d;
         }));
     }
-}
-
-TEST(AutoWhiteBalance, UnusableLayoutsWriteNothing) {
-    const Image four = vtest::RandomImage(9, 7, 4);
-    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {
-        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), d, 9, 7, 36); },     // four bytes
-        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(four.data(), d, 9, 7, 18, 5); },         // short rows
-        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(four.data(), d, 9, 7, 36, 0, 0, 0); },  // no blocks
-        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0); },
-    }));
 }
 
 }  // namespace
