@@ -270,8 +270,9 @@ TEST(SpeckleReducingAnisotropicDiffusion, MatchesTheDirectDiffusion) {
     }
 }
 
-// The diffusion itself on doubles, to the bit (the bytes hide the last bits).
-TEST(SpeckleReducingAnisotropicDiffusion, DiffusionEqualsTheDirectStepsToTheBit) {
+// The diffusion itself on doubles, to the bit (the bytes hide the last bits),
+// the homogeneous block, and uniform images.
+TEST(SpeckleReducingAnisotropicDiffusion, DiffusionStepsBlockSearchAndUniformImages) {
     for (auto [w, h, bx, by, bw, bh] : {std::tuple{40, 30, 5, 3, 20, 10}, {1, 9, 0, 0, 1, 9}, {17, 2, 0, 0, 17, 2}}) {
         Grid<double> g = GridOf<double>(vtest::RandomImage(w, h, 1), 1, 0, [](double v) { return std::exp(v / 255.0); });
         std::vector<double> plane = Flattened(g);
@@ -279,10 +280,7 @@ TEST(SpeckleReducingAnisotropicDiffusion, DiffusionEqualsTheDirectStepsToTheBit)
         Diffuse(g, bx, by, bw, bh, 4, 0.8);
         EXPECT_EQ(plane, Flattened(g)) << w << "x" << h;
     }
-}
-
-TEST(SpeckleReducingAnisotropicDiffusion, BlockSearchAndUniformImages) {
-    // Two equally flat blocks: the first in row-major order wins; a flatter
+    // The block search: two equally flat blocks: the first in row-major order wins; a flatter
     // later block replaces it.
     Image img = vtest::RandomImage(192, 130, 1);
     for (int y = 0; y < 64; ++y)
