@@ -212,7 +212,8 @@ std::vector<uint8_t> DirectSoftGlow(const vtest::Image& src, std::vector<uint8_t
     velomar::GuassBlur(src.data(), glow.data(), src.width, src.height, src.stride, sigma);
     velomar::AdjustBrightnessAndContrast(glow.data(), glow.data(), src.width, src.height, src.stride,
                                          brightness, contrast);
-    vtest::EachRowByte(src, 3 * src.width, [&](size_t i) { dst[i] = uint8_t(src.bytes[i] + glow[i] - src.bytes[i] * glow[i] / 255); });
+    vtest::EachRowByte(src, 3 * src.width,
+                       [&](size_t i) { dst[i] = uint8_t(src.bytes[i] + glow[i] - src.bytes[i] * glow[i] / 255); });
     return dst;
 }
 
