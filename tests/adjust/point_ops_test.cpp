@@ -1,10 +1,12 @@
 // Point operations: the curve exports against tables built from their
-// formulas and applied with the raw applier's walk, the Matrix forms byte by
-// byte, and rejected calls.
+// formulas and applied with the raw applier's walk, threshold and exposal
+// per byte, soft glow as a screen blend over the blurred, adjusted layer, the
+// Matrix forms byte by byte, and rejected calls.
 #include <cmath>
 
 #include "adjust/adjust.h"
-#include "common/reference.h"
+#include "blur/blur.h"
+#include "common/suite.h"
 
 namespace {
 
@@ -105,29 +107,30 @@ TEST(Level, ClampsParametersIntoTheirRanges) {
     for (size_t i = 0; i < step.size(); ++i) EXPECT_EQ(step[i], src.bytes[i] > 100 ? 220 : 20);
 }
 
+// Grey maps every byte of the buffer, padding included; three bytes per
+// pixel compare their sum with 3 T.
 TEST(Threshold, StrictlyGreaterInBothLayouts) {
     for (int t : {-1, 0, 128, 200, 255, 400}) {
-        Image grey = vtest::RandomImage(37, 9, 1, 3), out = grey;  // vector body plus tail
+        Image grey = vtest::RandomImage(37, 9, 1, 3), bgr = vtest::RandomImage(11, 4, 3, 2);  // grey: vector body plus tail
         grey.bytes[0] = 128, grey.bytes[1] = 129;
-        Threshold(grey.data(), out.data(), 37, 9, grey.stride, t);
-        for (size_t i = 0; i < grey.bytes.size(); ++i)
-            ASSERT_EQ(out.bytes[i], grey.bytes[i] > t ? 255 : 0) << "t=" << t << " i=" << i;
-
-        Image bgr = vtest::RandomImage(11, 4, 3, 2), cout = bgr;
-        Threshold(bgr.data(), cout.data(), 11, 4, bgr.stride, t);
-        for (int y = 0; y < 4; ++y)
-            for (int x = 0; x < 11; ++x) {
-                int s = bgr.at(x, y, 0) + bgr.at(x, y, 1) + bgr.at(x, y, 2);
-                for (int k = 0; k < 3; ++k) ASSERT_EQ(cout.at(x, y, k), s > 3 * t ? 255 : 0);
-            }
-        EXPECT_TRUE(vtest::PaddingIntact(cout, 0xA5));
+        bgr.at(1, 0, 0) = bgr.at(1, 0, 1) = bgr.at(1, 0, 2) = uint8_t(std::clamp(t, 0, 255));  // a sum of 3 T
+        for (const Image& src : {grey, bgr})
+            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Threshold(a..., t); }, [&](std::vector<uint8_t> d) {
+                for (size_t i = 0; src.channels == 1 && i < d.size(); ++i) d[i] = src.bytes[i] > t ? 255 : 0;
+                vtest::EachSample(src, src.channels, [&](int x, int y, int, size_t i) {
+                    if (src.channels == 3) d[i] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2) > 3 * t ? 255 : 0;
+                });
+                return d;
+            })) << "threshold " << t;
     }
 }
 
 // Matrix forms over records with row padding: Invert complements every byte
 // (in place too); GammaCorrection1 maps grey rows whole and three-channel
-// pixels only, and returns 0 even for a depth it rejects.
-TEST(MatrixForms, InvertAndGammaCorrection1) {
+// pixels only, and returns 0 even for a depth it rejects. Posterize splits
+// evenly and rejects bad levels; Desaturate writes the mid-range grey, keeps
+// alpha and returns the last level.
+TEST(MatrixForms, InvertGammaPosterizeDesaturate) {
     Image inv = vtest::RandomImage(7, 5, 3, 3);
     const Image before = inv;
     Matrix m = vtest::MatrixOf(inv);
@@ -144,12 +147,9 @@ TEST(MatrixForms, InvertAndGammaCorrection1) {
         s.Depth = d.Depth = DEPTH_16S;
         EXPECT_EQ(GammaCorrection1(&s, &d, 2.0), STATUS_OK);
     }
-}
-
-TEST(MatrixForms, PosterizeSplitsEvenlyAndRejectsBadLevels) {
-    Image src(16, 16, 1), dst(16, 16, 1, 0, 9);
-    for (int i = 0; i < 256; ++i) src.bytes[i] = uint8_t(i);
-    Matrix s = vtest::MatrixOf(src), d = vtest::MatrixOf(dst);
+    Image ramp(16, 16, 1), dst(16, 16, 1, 0, 9);
+    for (int i = 0; i < 256; ++i) ramp.bytes[i] = uint8_t(i);
+    Matrix s = vtest::MatrixOf(ramp), d = vtest::MatrixOf(dst);
     EXPECT_EQ(Posterize(&s, &d, 1), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(Posterize(&s, &d, 256), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(Posterize(&s, nullptr, 1), STATUS_NULL_REFERENCE);  // nulls are checked first
@@ -158,17 +158,14 @@ TEST(MatrixForms, PosterizeSplitsEvenlyAndRejectsBadLevels) {
     for (int i = 0; i < 256; ++i) ASSERT_EQ(dst.bytes[i], i < 128 ? 0 : 255);
     EXPECT_EQ(Posterize(&s, &d, 5), STATUS_OK);  // step 51, scale 63
     for (int i = 0; i < 256; ++i) ASSERT_EQ(dst.bytes[i], std::min(255, (i / 51) * 63));
-}
-
-TEST(MatrixForms, DesaturateWritesMidRangeGreyKeepsAlphaAndReturnsLastLevel) {
-    Image src = vtest::RandomImage(3, 2, 4), dst(3, 2, 4, 0, 42);
-    Matrix s = vtest::MatrixOf(src), d = vtest::MatrixOf(dst);
+    Image src = vtest::RandomImage(3, 2, 4), out(3, 2, 4, 0, 42);
+    s = vtest::MatrixOf(src), d = vtest::MatrixOf(out);
     const int32_t last = Desaturate(&s, &d);
     int grey = -1;
     for (int p = 0; p < 6; ++p) {
         const uint8_t* b = &src.bytes[4 * p];
         grey = (std::max({b[0], b[1], b[2]}) + std::min({b[0], b[1], b[2]})) / 2;
-        EXPECT_EQ(std::vector<uint8_t>(&dst.bytes[4 * p], &dst.bytes[4 * p + 4]),
+        EXPECT_EQ(std::vector<uint8_t>(&out.bytes[4 * p], &out.bytes[4 * p + 4]),
                   std::vector<uint8_t>({uint8_t(grey), uint8_t(grey), uint8_t(grey), 42})) << "pixel " << p;
     }
     EXPECT_EQ(last, grey);
@@ -186,7 +183,54 @@ TEST(RawForm, InvalidArgumentsTouchNothing) {
         [&](uint8_t* d) { Threshold(nullptr, d, 4, 4, 4, 9); },
         [&](uint8_t* d) { AdjustBrightnessAndContrast(d, d, 4, 4, 3, 10, 10); },  // Stride < Width
         [&](uint8_t* d) { Threshold(d, d, 2, 4, 4, 9); },  // two bytes per pixel: nothing to walk
+        [&](uint8_t* d) { Exposal(src.data(), d, 2, 4, 4); },
     }));
+}
+
+// Bytes above 127 become 255 - value, the others are left as Dest holds them.
+std::vector<uint8_t> DirectExposal(const vtest::Image& src, std::vector<uint8_t> dst) {
+    vtest::EachRowByte(src, src.stride / src.width == 1 ? src.width : 3 * src.width, [&](size_t i) {
+        if (src.bytes[i] > 127) dst[i] = uint8_t(255 - src.bytes[i]);
+    });
+    return dst;
+}
+
+TEST(Exposal, MatchesDirectRuleOnRandomLayouts) {
+    for (int trial = 0; trial < 40; ++trial) {
+        const vtest::Image src = vtest::SweepImage(trial, {1, 3, 4}, 50, 9, 49);
+        EXPECT_TRUE(vtest::FilterMatches(src, Exposal, [&](std::vector<uint8_t> d) { return DirectExposal(src, d); }));
+    }
+}
+
+// The blurred layer starts zeroed, is adjusted in place, then screen-blended
+// over the source, three bytes per pixel; rows shorter than that (grey, two
+// bytes) are not written.
+std::vector<uint8_t> DirectSoftGlow(const vtest::Image& src, std::vector<uint8_t> dst, int sigma,
+                                    int brightness, int contrast) {
+    if (src.stride < 3 * src.width) return dst;
+    std::vector<uint8_t> glow(src.bytes.size(), 0);
+    velomar::GuassBlur(src.data(), glow.data(), src.width, src.height, src.stride, sigma);
+    velomar::AdjustBrightnessAndContrast(glow.data(), glow.data(), src.width, src.height, src.stride,
+                                         brightness, contrast);
+    vtest::EachRowByte(src, 3 * src.width,
+                       [&](size_t i) { dst[i] = uint8_t(src.bytes[i] + glow[i] - src.bytes[i] * glow[i] / 255); });
+    return dst;
+}
+
+// Contrast 100 thresholds at the mean: the lowest brightness makes every glow
+// byte 0 (the source comes through), the highest every one 255 (without
+// overflowing).
+TEST(SoftGlow, MatchesDirectScreenBlend) {
+    for (int trial = 0; trial < 36; ++trial) {
+        const vtest::Image src = vtest::SweepImage(trial, {3, 3, 3, 4, 1, 2}, 60, 25, 7);
+        const int sigma = vtest::RandomInt(0, 12), extreme = trial % 5 == 3;
+        const int bright = extreme ? (trial % 2 ? INT_MAX : INT_MIN) : vtest::RandomInt(-60, 60);
+        const int contrast = extreme ? 100 : vtest::RandomInt(-80, 100);
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { SoftGlow(a..., sigma, bright, contrast); },
+            [&](std::vector<uint8_t> d) { return DirectSoftGlow(src, d, sigma, bright, contrast); }))
+            << " sigma " << sigma << " b " << bright << " c " << contrast;
+    }
 }
 
 }  // namespace

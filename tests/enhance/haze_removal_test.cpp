@@ -22,28 +22,22 @@ TEST(Haze, ResizeNearestAndBilinear) {
         const Image src = vtest::RandomImage(RandomInt(1, 30), RandomInt(1, 30), c, RandomInt(0, 1) ? 0 : 1);
         const int sw = src.width, sh = src.height, dw = RandomInt(1, 50), dh = RandomInt(1, 50);
         for (int mode : {0, 1}) {
-            Image out(dw, dh, c, 2, 0x5A);
+            Image out(dw, dh, c, 2, 0x5A), expected = out;  // padding compared too
             velomar::Resize(mode, src.data(), sw, sh, src.stride, out.data(), dw, dh, out.stride);
             const int64_t stepX = (int64_t(sw) << 16) / dw + 1, stepY = (int64_t(sh) << 16) / dh + 1;
             auto at = [&](int64_t x, int64_t y, int k) {  // replicated beyond the edges
                 return int(src.at(int(std::clamp<int64_t>(x, 0, sw - 1)), int(std::clamp<int64_t>(y, 0, sh - 1)), k));
             };
-            for (int y = 0; y < dh; ++y)
-                for (int x = 0; x < dw; ++x)
-                    for (int k = 0; k < c; ++k) {
-                        int expected;
-                        if (mode == 0) {
-                            expected = c == 3 ? at((x * stepX) >> 16, (y * stepY) >> 16, k) : at(x * sw / dw, y * sh / dh, k);
-                        } else {
-                            const int64_t px = (stepX >> 1) - 32768 + x * stepX, py = (stepY >> 1) - 32768 + y * stepY;
-                            const int fx = (px >> 8) & 255, fy = (py >> 8) & 255;
-                            const int64_t ix = px >> 16, iy = py >> 16;
-                            expected = ((at(ix + 1, iy + 1, k) * fx + at(ix, iy + 1, k) * (256 - fx)) * fy +
-                                        (at(ix + 1, iy, k) * fx + at(ix, iy, k) * (256 - fx)) * (256 - fy)) >> 16;
-                        }
-                        ASSERT_EQ(expected, out.at(x, y, k)) << src << " -> " << dw << "x" << dh << " mode " << mode;
-                    }
-            EXPECT_TRUE(vtest::PaddingIntact(out, 0x5A));
+            vtest::EachSample(out, c, [&](int x, int y, int k, size_t i) {
+                const int64_t px = (stepX >> 1) - 32768 + x * stepX, py = (stepY >> 1) - 32768 + y * stepY;
+                const int fx = (px >> 8) & 255, fy = (py >> 8) & 255;
+                const int64_t ix = px >> 16, iy = py >> 16;
+                expected.bytes[i] = uint8_t(
+                    mode == 0 ? (c == 3 ? at((x * stepX) >> 16, (y * stepY) >> 16, k) : at(x * sw / dw, y * sh / dh, k))
+                              : ((at(ix + 1, iy + 1, k) * fx + at(ix, iy + 1, k) * (256 - fx)) * fy +
+                                 (at(ix + 1, iy, k) * fx + at(ix, iy, k) * (256 - fx)) * (256 - fy)) >> 16);
+            });
+            EXPECT_TRUE(vtest::BytesEqual(expected.bytes, out.bytes)) << src << " -> " << dw << "x" << dh << " mode " << mode;
         }
     }
 }
@@ -132,12 +126,10 @@ std::vector<uint8_t> DirectTransmission(const Image& src, int r, int gr, int A[3
 // clamp((v - A) 255 / max(t, 25) + A) per channel, then the 0.9 gamma.
 std::vector<uint8_t> Recovered(const Image& src, const std::vector<uint8_t>& t, const int A[3], bool gamma) {
     std::vector<uint8_t> out = vtest::DestFor(src).bytes;
-    for (int y = 0; y < src.height; ++y)
-        for (int x = 0; x < src.width; ++x)
-            for (int k = 0; k < 3; ++k) {
-                const int v = src.at(x, y, k), tt = std::max<int>(t[size_t(y) * src.width + x], 25);
-                out[size_t(y) * src.stride + 3 * x + k] = uint8_t(std::clamp((v - A[k]) * 255 / tt + A[k], 0, 255));
-            }
+    vtest::EachSample(src, 3, [&](int x, int y, int k, size_t i) {
+        const int tt = std::max<int>(t[size_t(y) * src.width + x], 25);
+        out[i] = uint8_t(std::clamp((src.bytes[i] - A[k]) * 255 / tt + A[k], 0, 255));
+    });
     if (gamma) velomar::GammaCorrection(out.data(), out.data(), src.width, src.height, src.stride, double(0.9f));
     return out;
 }

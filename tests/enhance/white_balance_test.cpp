@@ -14,13 +14,10 @@ using vtest::RandomInt;
 // Gains applied to every pixel from the reference white's mean (scale / mean,
 // a zero mean counting as the scale), or the image unchanged without one.
 std::vector<uint8_t> Balance(const Image& src, std::vector<uint8_t> d, long scale, long count, const long sum[3]) {
-    for (int y = 0; y < src.height; ++y)
-        for (int x = 0; x < src.width; ++x)
-            for (int c = 0; c < 3; ++c) {
-                const long avg = count ? sum[c] / count : 0, v = src.at(x, y, c);
-                d[size_t(y) * src.stride + x * 3 + c] =
-                    uint8_t(count ? std::clamp(v * scale / (avg ? avg : scale), 0L, 255L) : v);
-            }
+    vtest::EachSample(src, 3, [&](int, int, int c, size_t i) {
+        const long avg = count ? sum[c] / count : 0, v = src.bytes[i];
+        d[i] = uint8_t(count ? std::clamp(v * scale / (avg ? avg : scale), 0L, 255L) : v);
+    });
     return d;
 }
 
@@ -88,7 +85,7 @@ TEST(ConvertRowToYCbCr, FullRangeLumaChromaWithWrappingStorage) {
     }
 }
 
-TEST(AutoWhiteBalance, DynamicThresholdMatchesDirectBlockStatistics) {
+TEST(AutoWhiteBalance, DynamicThresholdMatchesBlockStatisticsAndRefusalsWriteNothing) {
     for (int trial = 0; trial < 60 && !HasFailure(); ++trial) {
         const Image src = vtest::SweepImage(trial, {3}, 40, 30, 4);
         const int bs = RandomInt(1, 50), global = trial % 3, squared = trial / 3 % 2;
@@ -97,6 +94,14 @@ TEST(AutoWhiteBalance, DynamicThresholdMatchesDirectBlockStatistics) {
             [&](std::vector<uint8_t> d) { return DynamicModel(src, d, bs, global, squared); }))
             << " block " << bs << " global " << global << " squared " << squared;
     }
+    // Unusable layouts, block sizes and null images write nothing.
+    const Image four = vtest::RandomImage(9, 7, 4);
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {
+        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), d, 9, 7, 36); },     // four bytes
+        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(four.data(), d, 9, 7, 18, 5); },         // short rows
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(four.data(), d, 9, 7, 36, 0, 0, 0); },  // no blocks
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0); },
+    }));
 }
 
 // A neutral first column keeps the grey world picture as it is.
@@ -108,17 +113,16 @@ TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { AutoWhiteBalanceUseReflectorTheory(a..., ratio); },
             [&](std::vector<uint8_t> d) {
+                auto total = [&](int x, int y) { return src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2); };
                 std::vector<long> hist(768);
-                for (int y = 0; y < h; ++y)
-                    for (int x = 0; x < w; ++x) ++hist[src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2)];
+                vtest::EachSample(src, 1, [&](int x, int y, int, size_t) { ++hist[total(x, y)]; });
                 int t = 0;
                 for (long i = 767, acc = 0; i >= 0; --i)
                     if ((acc += hist[i]) > long(w) * h * ratio / 100) { t = int(i); break; }
                 long sum[3] = {}, count = 0;
-                for (int y = 0; y < h; ++y)
-                    for (int x = 0; x < w; ++x)
-                        if (src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2) > t)
-                            for (int c = 0; c < 3; ++c) sum[c] += src.at(x, y, c), count += c == 0;
+                vtest::EachSample(src, 3, [&](int x, int y, int c, size_t i) {
+                    if (total(x, y) > t) sum[c] += src.bytes[i], count += c == 0;
+                });
                 return Balance(src, d, 255, count, sum);
             }))
             << " ratio " << ratio;
@@ -131,16 +135,6 @@ TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
             return grey ? Balance(src, d, grey, h, sum) : d;
         }));
     }
-}
-
-TEST(AutoWhiteBalance, UnusableLayoutsWriteNothing) {
-    const Image four = vtest::RandomImage(9, 7, 4);
-    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {
-        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), d, 9, 7, 36); },     // four bytes
-        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(four.data(), d, 9, 7, 18, 5); },         // short rows
-        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(four.data(), d, 9, 7, 36, 0, 0, 0); },  // no blocks
-        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0); },
-    }));
 }
 
 }  // namespace

@@ -15,19 +15,19 @@ inline std::vector<float> RandomFloats(size_t n, float lo, float hi) {
     return v;
 }
 
-// A record made by VL_CreateMatrix, released at the end of the scope.
+// A record made by VL_CreateMatrix with random pixels, row padding marked
+// alike in every record; released at the end of the scope.
 struct Record {
     Matrix* m = nullptr;
-    Record(int w, int h, int depth, int channels) { EXPECT_EQ(VL_CreateMatrix(w, h, depth, channels, &m), STATUS_OK); }
+    Record(int w, int h, int depth, int channels) {
+        EXPECT_EQ(VL_CreateMatrix(w, h, depth, channels, &m), STATUS_OK);
+        const int row = m ? m->Width * m->Channel * velomar::DepthElementSize(m->Depth) : 0;
+        for (int i = 0; m && i < m->WidthStep * m->Height; ++i)
+            m->Data[i] = i % m->WidthStep < row ? uint8_t(vtest::RandomInt(0, 255)) : 0xA5;
+    }
     ~Record() { VL_FreeMatrix(&m); }
     Record(const Record&) = delete;
     std::vector<uint8_t> Bytes() const { return {m->Data, m->Data + size_t(m->WidthStep) * m->Height}; }
-    // Random pixels; row padding gets a marker common to every record.
-    void Fill() {
-        const int row = m->Width * m->Channel * velomar::DepthElementSize(m->Depth);
-        for (int i = 0; i < m->WidthStep * m->Height; ++i)
-            m->Data[i] = i % m->WidthStep < row ? uint8_t(vtest::RandomInt(0, 255)) : 0xA5;
-    }
 };
 
 // A float kernel record over `values` (KW x KH, row after row).

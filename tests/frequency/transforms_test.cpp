@@ -1,13 +1,120 @@
-// The FFT against a direct DFT in double, the plane transform against the
-// one-sequence transform, and the spectrum picture.
+// The transforms against direct sums in double (DFT, DCT, Walsh), the plane
+// transforms against their one-sequence forms and round trips, and the
+// coefficient and spectrum pictures.
 #include <cmath>
 #include <complex>
 
+#include "common/suite.h"
 #include "frequency/support.h"
 
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
+
+std::vector<double> DirectDct(const std::vector<float>& x) {
+    const size_t n = x.size();
+    std::vector<double> out(n);
+    for (size_t k = 0; k < n; ++k) {
+        double s = 0;
+        for (size_t m = 0; m < n; ++m) s += x[m] * std::cos(kPi * double((2 * m + 1) * k) / double(2 * n));
+        out[k] = s * (k == 0 ? std::sqrt(1.0 / n) : std::sqrt(2.0 / n));
+    }
+    return out;
+}
+
+double Norm(const std::vector<float>& x) {
+    double s = 0;
+    for (float f : x) s += std::abs(f);
+    return s;
+}
+
+TEST(DCT1D, ForwardMatchesTheDirectSumAndInverseRestores) {
+    for (int n : {1, 2, 4, 8, 16, 64, 512}) {
+        std::vector<float> x = ftest::RandomFloats(n, 0, 255);
+        const std::vector<float> x0 = x;
+        const std::vector<double> expected = DirectDct(x);
+        velomar::DCT1D(x.data(), n, 0);
+        for (int k = 0; k < n; ++k) ASSERT_NEAR(x[k], expected[k], 1e-5 * Norm(x0)) << "n " << n << " k " << k;
+        velomar::DCT1D(x.data(), n, 1);
+        for (int k = 0; k < n; ++k) ASSERT_NEAR(x[k], x0[k], 1e-2) << "round trip, n " << n << " k " << k;
+    }
+    float x[2] = {7.0f, -3.5f};
+    velomar::DCT1D(x, 1, 1);  // length one: sqrt(2) / sqrt(2), and only its element
+    EXPECT_TRUE(x[0] == 7.0f && x[1] == -3.5f);
+}
+
+// The Walsh-Hadamard transform in dyadic order: coefficient k pairs with the
+// bit-reversed Hadamard row, sign (-1)^popcount(m & rev(k)).
+TEST(WalshTransform1D, MatchesTheDirectSum) {
+    for (int n : {1, 2, 4, 16, 128}) {
+        std::vector<float> x = ftest::RandomFloats(n, -255, 255);
+        const std::vector<float> x0 = x;
+        velomar::WalshTransform1D(n, x.data());
+        const int bits = int(std::log2(n));
+        for (int k = 0; k < n; ++k) {
+            int rev = 0;
+            for (int b = 0; b < bits; ++b) rev |= ((k >> b) & 1) << (bits - 1 - b);
+            double s = 0;
+            for (int m = 0; m < n; ++m) s += (__builtin_popcount(unsigned(m & rev)) % 2 ? -x0[m] : x0[m]);
+            ASSERT_NEAR(x[k], s / n, 1e-6 * Norm(x0)) << "n " << n << " k " << k;
+        }
+    }
+}
+
+TEST(Transforms2D, RoundTripsRestoreThePlane) {
+    const int w = 16, h = 8;
+    std::vector<float> p = ftest::RandomFloats(w * h, 0, 255);
+    const std::vector<float> p0 = p;
+    velomar::DCT2D(w, h, p.data(), 0);
+    velomar::DCT2D(w, h, p.data(), 1);
+    for (int i = 0; i < w * h; ++i) ASSERT_NEAR(p[i], p0[i], 1e-3) << i;
+    // The Walsh transform is its own inverse up to 1 / (W H).
+    velomar::WalshTransform2D(w, h, p.data());
+    velomar::WalshTransform2D(w, h, p.data());
+    for (int i = 0; i < w * h; ++i) ASSERT_NEAR(p[i] * (w * h), p0[i], 1e-3) << i;
+}
+
+// The coefficient pictures: DCT (kind 0 or 1) or Walsh (kind 2).
+void Show(int kind, const uint8_t* s, uint8_t* d, int w, int h, int stride) {
+    kind == 2 ? ShowWALSH(s, d, w, h, stride) : ShowDCT(s, d, w, h, stride, kind);
+}
+
+// Uniform images: only the first coefficient is non-zero, at the top-left.
+TEST(CoefficientPictures, UniformImage) {
+    struct Case { int w, h, g, kind, corner; };
+    const Case cases[] = {
+        {4, 4, 5, 0, 200},   // trunc(10 x 5 x sqrt(16))
+        {16, 4, 3, 0, 240},  // 10 x 3 x 8
+        {16, 16, 2, 0, 255}, // 320, clamped
+        {8, 8, 0, 2, 0},
+        {8, 4, 1, 2, 255},   // 2000 x g, clamped
+    };
+    for (const Case& t : cases) {
+        vtest::Image src(t.w, t.h, 1, 0, uint8_t(t.g)), dst(t.w, t.h, 1, 0, 77), expected(t.w, t.h, 1);
+        Show(t.kind, src.data(), dst.data(), t.w, t.h, t.w);
+        expected.bytes[0] = uint8_t(t.corner);
+        EXPECT_TRUE(vtest::BytesEqual(expected.bytes, dst.bytes)) << t.w << "x" << t.h << " g " << t.g;
+    }
+}
+
+// A three-byte (or four-byte) image gives, channel by channel, the pictures
+// of its channels as grey images; nothing else is written, in place or not.
+TEST(CoefficientPictures, EachChannelIsAGreyPicture) {
+    for (auto [w, h, bytes] : {std::tuple{5, 3, 3}, std::tuple{7, 6, 4}})
+        for (int kind = 0; kind < 3; ++kind) {
+            const vtest::Image src = vtest::RandomImage(w, h, bytes, 2);
+            const vtest::Image dst = vtest::RandomImage(w, h, bytes, 2, 0x3C);
+            EXPECT_TRUE(vtest::MatchesBothWays(
+                src, dst, [&](const uint8_t* s, uint8_t* d) { Show(kind, s, d, w, h, src.stride); },
+                [&](std::vector<uint8_t> d) {
+                    return vtest::EachPlane(src, d, 3, [&](const vtest::Image& s, vtest::Image out, int) {
+                        Show(kind, s.data(), out.data(), w, h, w);
+                        return out;
+                    });
+                }))
+                << w << "x" << h << " bytes " << bytes << " kind " << kind;
+        }
+}
 
 using velomar::FFT1D;
 using velomar::FFT2D;
@@ -84,28 +191,22 @@ TEST(FFTShift, ExchangesQuadrantsDiagonally) {
 // The spectrum picture built step by step: planes padded with zeros,
 // transformed, output read at the shifted, centred position.
 std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> dest, uint8_t copy, int dir) {
-    const int w = src.width, h = src.height, c = src.stride / w == 1 ? 1 : 3;
-    const int pw = int(velomar::PaddedLength(w)), ph = int(velomar::PaddedLength(h));
+    const int w = src.width, h = src.height, pw = int(velomar::PaddedLength(w)), ph = int(velomar::PaddedLength(h));
     const float gain = uint8_t(dir) == 0 ? 0.003921569f : 255.0f;
-    for (int ch = 0; ch < c; ++ch) {
+    const bool moves = pw > 1 && ph > 1;  // a plane one element wide or high does not move at all
+    return vtest::EachPlane(src, dest, src.stride / w == 1 ? 1 : 3, [&](const vtest::Image& p, vtest::Image out, int) {
         std::vector<float> im(size_t(pw) * ph, 0.0f), re(im.size(), 0.0f);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) im[size_t(y) * pw + x] = src.bytes[vtest::Offset(src, x, y, c, ch)];
+        vtest::EachSample(p, 1, [&](int x, int y, int, size_t i) { im[size_t(y) * pw + x] = p.bytes[i]; });
         if (copy == 1) re = im;
         FFT2D(re.data(), ph, im.data(), dir, pw);  // rows then columns of FFT1D, to the bit (above)
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                // Output position (ox + x, oy + y) of the shifted plane; a
-                // plane one element wide or high does not move at all.
-                const bool moves = pw > 1 && ph > 1;
-                const int sy = ((ph - h) / 2 + y + (moves ? ph / 2 : 0)) % ph;
-                const int sx = ((pw - w) / 2 + x + (moves ? pw / 2 : 0)) % pw;
-                const size_t k = size_t(sy) * pw + sx;
-                const float v = (std::fabs(im[k]) + std::fabs(re[k])) * gain;
-                dest[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(v);
-            }
-    }
-    return dest;
+        // Output (x, y) reads position (ox + x, oy + y) of the shifted plane.
+        vtest::EachSample(out, 1, [&](int x, int y, int, size_t i) {
+            const int sy = ((ph - h) / 2 + y + (moves ? ph / 2 : 0)) % ph, sx = ((pw - w) / 2 + x + (moves ? pw / 2 : 0)) % pw;
+            const size_t k = size_t(sy) * pw + sx;
+            out.bytes[i] = vtest::TruncClamp((std::fabs(im[k]) + std::fabs(re[k])) * gain);
+        });
+        return out;
+    });
 }
 
 TEST(ShowFFT, MatchesTheStepByStepPicture) {

@@ -1,0 +1,381 @@
+// Contrast, tone and skin filters against their (separately tested) building
+// blocks: box means, the guided filter, local statistics and the Gaussian blur,
+// with curves, gains, log differences and stretches written out directly;
+// the results chosen where the formulas divide by zero; the HSV rows against
+// their own formulas and round trips.
+#include <cmath>
+
+#include "adjust/adjust.h"
+#include "blur/blur.h"
+#include "common/suite.h"
+#include "enhance/enhance.h"
+#include "sharpen/sharpen.h"
+#include "smooth/smooth.h"
+
+namespace {
+
+using vtest::Image;
+using vtest::RandomInt;
+
+// base(b) + (s - b) * amount / 100 per byte, clamped; b is local[i].
+template <class Base>
+std::vector<uint8_t> Amplified(const Image& src, const std::vector<uint8_t>& local, int amount, Base base) {
+    std::vector<uint8_t> out(local.size());
+    for (size_t i = 0; i < out.size(); ++i)
+        out[i] = uint8_t(std::clamp(base(local[i]) + (src.bytes[i] - local[i]) * amount / 100, 0, 255));
+    return out;
+}
+
+// Lee stretches the box mean (in place the range is ignored: over 0..255);
+// detail enhancement amplifies the guided filter's detail, amount 100 (the
+// first trial) adding the whole difference back: the source.
+TEST(ContrastEnhancement, LeeAndDetailAmplifyTheirLocalBase) {
+    for (int trial = 0; trial < 12; ++trial) {
+        const Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 30);
+        const int r = RandomInt(0, 6), amount = trial == 0 ? 100 : RandomInt(-100, 400);
+        const int lo = RandomInt(-20, 150), hi = trial % 4 == 3 ? lo - RandomInt(0, 5) : RandomInt(lo + 1, 280);
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { LeeContrastEnhancement(a..., r, amount, lo, hi); },
+            [&](std::vector<uint8_t> box) {
+                const int low = box == src.bytes ? 0 : lo, high = box == src.bytes ? 255 : hi;
+                BoxBlur(src.data(), box.data(), src.width, src.height, src.stride, r, 0);
+                return Amplified(src, box, amount, [&](int m) {
+                    return high <= low ? 127 : m < low ? 0 : m > high ? 255 : (m - low) * 255 / (high - low);
+                });
+            }))
+            << "Lee range " << lo << ".." << hi << " amount " << amount;
+        if (src.channels == 4) continue;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { DetailEnhanceByEdgePreseveingFilter(a..., r, amount); },
+            [&](std::vector<uint8_t> base) {
+                GuidedFilter(src.data(), src.data(), base.data(), src.width, src.height, src.stride, r, double(0.01f));
+                return Amplified(src, base, amount, [](int b) { return b; });
+            }))
+            << "detail amount " << amount;
+    }
+}
+
+TEST(ContrastEnhancement, LsdGainFollowsTheLocalDeviation) {
+    for (int trial = 0; trial < 8; ++trial) {
+        const Image src = vtest::SweepImage(trial, {1, 3}, 36, 28);
+        const int c = src.channels, r = RandomInt(0, 4), amount = RandomInt(0, 300), maxGain = RandomInt(1, 6);
+        const vtest::LocalStats stats = vtest::DirectLocalStats(src, r, 1, c);
+        double alpha[3] = {};
+        for (int k = 0; k < c; ++k) {
+            // The grey histogram counts whole rows, padding included, when
+            // Width is a multiple of 4.
+            std::vector<uint32_t> count(256);
+            if (c == 1 && src.width % 4 == 0)
+                for (uint8_t v : src.bytes) ++count[v];
+            else
+                for (int y = 0; y < src.height; ++y)
+                    for (int x = 0; x < src.width; ++x) ++count[src.at(x, y, k)];
+            const double n = double(src.width) * src.height;
+            double sum = 0, squares = 0;
+            for (int i = 0; i < 256; ++i) sum += double(count[i]) * i;
+            for (int i = 0; i < 256; ++i) squares += count[i] * ((i - sum / n) * (i - sum / n));
+            alpha[k] = std::sqrt(squares / n) * amount / 100;
+        }
+        // Grey pixels take the bytes Dest held as their means.
+        auto direct = [&](std::vector<uint8_t> out) {
+            const std::vector<uint8_t> entry = out;
+            vtest::EachRowByte(src, src.width * c, [&](size_t i) {
+                const int m = c == 1 ? entry[i] : int(stats.mean[i]);
+                const double gain = std::min(alpha[i % src.stride % c] / std::sqrt(stats.variance[i] + 1.0), double(maxGain));
+                out[i] = vtest::TruncClamp((src.bytes[i] - m) * gain + m);
+            });
+            return out;
+        };
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { LSDContrastEnhancement(a..., r, amount, maxGain); }, direct));
+    }
+}
+
+// The curve of the one-byte path: 255 (i / 255)^(1 - weighted cdf).
+std::vector<uint8_t> GammaCurve(const std::vector<uint8_t>& values, double alpha) {
+    std::vector<double> pdf(256);
+    for (uint8_t v : values) pdf[v] += 1;
+    for (double& p : pdf) p /= double(values.size());
+    const double lo = *std::min_element(pdf.begin(), pdf.end()), hi = *std::max_element(pdf.begin(), pdf.end());
+    std::vector<uint8_t> curve(256, values[0]);
+    if (lo == hi) return curve;
+    std::vector<double> w(256);
+    double sum = 0, cdf = 0;
+    for (int i = 0; i < 256; ++i) sum += w[i] = hi * std::pow((pdf[i] - lo) / (hi - lo), alpha);
+    for (int i = 0; i < 256; ++i) curve[i] = vtest::TruncClamp(255 * std::pow(i / 255.0, 1 - (cdf += w[i]) / sum));
+    return curve;
+}
+
+TEST(ContrastEnhancement, AdaptiveGammaPerPlaneAndOnTheValue) {
+    for (int trial = 0; trial < 6; ++trial) {
+        const Image src = vtest::SweepImage(trial, {3}, 40, 30);
+        const double alpha = 0.2 + 0.3 * trial;
+        for (uint8_t hsv : {0, 1}) {
+            // Grey-valued pixels have no hue: the value path is the grey path.
+            Image grey = src;
+            vtest::EachSample(src, 1, [&](int x, int y, int, size_t) { grey.at(x, y, 1) = grey.at(x, y, 2) = grey.at(x, y, 0); });
+            const Image& in = hsv ? grey : src;
+            EXPECT_TRUE(vtest::FilterMatches(
+                in, [&](auto... a) { AdaptiveGammaCorrection(a..., alpha, hsv); },
+                [&](std::vector<uint8_t> d) {
+                    std::vector<uint8_t> curves[3];
+                    for (int k = 0; k < 3; ++k) curves[k] = GammaCurve(vtest::PlaneOf(in, 3, hsv ? 0 : k).bytes, alpha);
+                    vtest::EachSample(in, 3, [&](int, int, int k, size_t i) { d[i] = curves[k][in.bytes[i]]; });
+                    return d;
+                }))
+                << " hsv " << int(hsv);
+        }
+    }
+    // Every value once: a flat histogram maps the image to its first byte.
+    Image ramp(16, 16, 1);
+    for (int i = 0; i < 256; ++i) ramp.bytes[i] = uint8_t((i * 7 + 3) % 256);
+    Image out = ramp;
+    AdaptiveGammaCorrection(ramp.data(), out.data(), 16, 16, 16, 1.0, 0);
+    EXPECT_TRUE(vtest::AllBytes(out.bytes, ramp.bytes[0]));
+}
+
+TEST(Hdr, ExposureBlendingWeighsBySmoothedExposure) {
+    for (int trial = 0; trial < 8; ++trial) {
+        const Image src = vtest::SweepImage(trial, {1, 3}, 40, 30);
+        const Image shadows = vtest::RandomImage(src.width, src.height, src.channels, src.stride - src.width * src.channels);
+        const Image highlights = vtest::DestFor(src, 0x11);
+        const int r = RandomInt(0, 5);
+        auto direct = [&](std::vector<uint8_t> out) {
+            std::vector<uint8_t> smooth(out.size());
+            GuidedFilter(src.data(), src.data(), smooth.data(), src.width, src.height, src.stride, r, 0.01);
+            vtest::EachRowByte(src, src.width * src.channels, [&](size_t i) {
+                const double w = std::exp(-4 * std::pow(smooth[i] - 127.5, 2) / 16256.25);
+                const int s = src.bytes[i], o = s > 127 ? highlights.bytes[i] : shadows.bytes[i];
+                out[i] = vtest::TruncClamp(o * (1 - w) + s * w);
+            });
+            return out;
+        };
+        EXPECT_TRUE(vtest::FilterMatches(
+            src,
+            [&](const uint8_t* s, uint8_t* d, auto... a) {
+                HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, a..., r);
+            },
+            direct));
+    }
+    // Black everywhere: weight exp(-4), about 98 % of the brighter exposure.
+    Image black(6, 4, 3), bright(6, 4, 3, 0, 200), out(6, 4, 3);
+    HdrBasedOnExposureBlending(black.data(), bright.data(), out.data(), out.data(), 6, 4, 18, 2);
+    EXPECT_TRUE(vtest::AllBytes(out.bytes, 196));
+}
+
+TEST(Hdr, ToneMappingCompressesTheLogBaseLayer) {
+    for (int trial = 0; trial < 6; ++trial) {
+        Image src = vtest::SweepImage(trial, {3}, 40, 30);
+        src.at(0, 0, 0) = src.at(0, 0, 1) = 0;  // no intensity: the pixel keeps its red
+        const int r = RandomInt(1, 6), w = src.width, h = src.height;
+        const size_t n = size_t(w) * h;
+        std::vector<double> I(n), base(n);
+        for (size_t i = 0; i < n; ++i) {
+            const uint8_t* p = src.data() + (i / w) * src.stride + 3 * (i % w);
+            I[i] = (p[1] * 0.00392156862745098 * 40 + p[0] * 0.00392156862745098 * 20 + p[0] * 0.00392156862745098) *
+                   0.01639344262295082;
+        }
+        velomar::GuidedFilterCore(I.data(), I.data(), base.data(), w, h, r, 0.01);
+        for (double& b : base) b = std::log10(b + 0.00001);
+        const double top = *std::max_element(base.begin(), base.end()), bottom = *std::min_element(base.begin(), base.end());
+        const double gamma = top > bottom ? std::log10(5.0) / (top - bottom) : 0;
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { HdrBasedOnGuiderFilter(a..., r); }, [&](std::vector<uint8_t> d) {
+            vtest::EachSample(src, 3, [&](int x, int y, int, size_t at) {
+                const size_t i = size_t(y) * w + x;
+                const double logI = base[i] * gamma + (std::log10(I[i] + 0.00001) - base[i]) - top * gamma;
+                const double ratio = I[i] == 0 ? 1 : std::pow(10.0, logI) / I[i];
+                d[at] = vtest::TruncClamp(src.bytes[at] * 0.00392156862745098 * ratio * 255.0 + 0.5);
+            });
+            EXPECT_EQ(d[2], src.bytes[2]);
+            return d;
+        }));
+    }
+    // A uniform image has a constant base: it is lifted to full intensity.
+    Image flat(9, 7, 3, 0, 90), out(9, 7, 3);
+    HdrBasedOnGuiderFilter(flat.data(), out.data(), 9, 7, 27, 3);
+    EXPECT_TRUE(vtest::AllBytes(out.bytes, 255));
+}
+
+// The skin smoothing composed from its building blocks.
+// Dest starts as a copy of the whole source buffer, row padding included.
+std::vector<uint8_t> DirectDermabrasion(const Image& src, int type, int mode, int level, int amount) {
+    const int w = src.width, h = src.height, st = src.stride, c = src.channels;
+    const double size = std::max(w, h), grown = int(size * 0.0025 + 0.5) * level + 5;
+    std::vector<uint8_t> smooth = src.bytes, dest = src.bytes, table(256);
+    if (level) {
+        const uint8_t* s = src.data();
+        if (type == 0) BiExponentialEPF(s, smooth.data(), w, h, st, 50.0, grown);
+        if (type == 1) GuidedFilter(s, s, smooth.data(), w, h, st, int(size * 0.005 + 0.5) * (11 - level) + 5, 0.01);
+        if (type == 2) BilateralFilter(s, s, smooth.data(), w, h, st, 1, 15.0, grown, 0);
+        if (type == 3) RecursiveDomainTransformFilter(s, s, smooth.data(), w, h, st, grown, 50.0, 1);
+        if (type == 4) LeeAdditvieNoiseFilter(s, smooth.data(), w, h, st, int(size * 0.02), 4 * level * level + 50);
+    }
+    for (int i = 0; i < 256; ++i) {
+        const double b = amount + 2.0, x = (i - 127) / 127.0;
+        table[i] = mode == 0 ? uint8_t(vtest::TruncI32(255 * std::log(1 + (b - 1) * i / 255) / std::log(b)))
+                 : mode == 1 ? uint8_t(std::clamp(i - vtest::TruncI32(-0.667 * (10.0 * amount) * (1 - x * x)), 0, 255))
+                             : uint8_t(i);
+    }
+    for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = table[smooth[i]];
+    std::vector<uint8_t> mask(size_t(w) * h);
+    vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
+        const bool skin = c == 1 ? src.at(x, y) > 40 : src.at(x, y, 0) > 20 && src.at(x, y, 1) > 40 && src.at(x, y, 2) > 50;
+        mask[size_t(y) * w + x] = skin ? 255 : 32;
+    });
+    GuassBlur(mask.data(), mask.data(), w, h, w, 0.02 * size);
+    vtest::EachRowByte(src, w * c, [&](size_t i) {
+        const int m = mask[i / st * w + i % st / c];
+        dest[i] = uint8_t((smooth[i] * m + src.bytes[i] * (255 - m)) / 255);
+    });
+    if (level) UnsharpMask(dest.data(), dest.data(), w, h, st, size * 0.02, 20, 0);
+    return dest;
+}
+
+TEST(Dermabrasion, ComposesSmootherToneMaskAndSharpening) {
+    for (int trial = 0; trial < 14; ++trial) {
+        // Sides of 200 and more make every size-scaled radius count.
+        const Image src = trial < 7 ? vtest::SweepImage(trial, {1, 3}, 48, 36)
+                                    : vtest::RandomSmoothImage(RandomInt(200, 230), RandomInt(8, 20), trial % 2 ? 3 : 1, RandomInt(0, 3));
+        const int type = trial % 7 == 6 ? 9 : trial % 7, mode = RandomInt(0, 2), level = RandomInt(1, 10);
+        const int amount = RandomInt(-1, 8);
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { DermabrasionFilter(a..., type, mode, level, amount); },
+            [&](const std::vector<uint8_t>&) { return DirectDermabrasion(src, type, mode, level, amount); }))
+            << " type " << type << " mode " << mode << " level " << level << " amount " << amount;
+    }
+    // Level 0 without a tone lift returns the source.
+    const Image src = vtest::RandomImage(20, 12, 3, 2);
+    Image out = vtest::DestFor(src);
+    DermabrasionFilter(src.data(), out.data(), 20, 12, src.stride, 1, 1, 0, 0);
+    EXPECT_TRUE(vtest::BytesEqual(src.bytes, out.bytes));
+}
+
+// Mean over the given scales of ln(v + 1) - ln(blur + 1), every byte position.
+std::vector<double> DirectRetinex(const uint8_t* src, int w, int h, int stride, const std::vector<double>& scales) {
+    const size_t n = size_t(h) * stride;
+    std::vector<double> acc(n, 0.0);
+    for (double sigma : scales) {
+        std::vector<uint8_t> blur(src, src + n);
+        GuassBlur(src, blur.data(), w, h, stride, sigma);
+        for (size_t i = 0; i < n; ++i) acc[i] += (std::log(src[i] + 1.0) - std::log(blur[i] + 1.0)) * (1.0 / scales.size());
+    }
+    return acc;
+}
+
+// Channel by channel over `layout` (grey, or three bytes a pixel).
+std::vector<uint8_t> DirectStretch(const std::vector<double>& acc, std::vector<uint8_t> d, const Image& layout,
+                                   double dynamic) {
+    const int c = layout.stride / layout.width == 1 ? 1 : 3;
+    const double n = double(layout.width) * layout.height;
+    double sum[3] = {}, sq[3] = {};
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sum[k] += acc[i]; });
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sq[k] += std::pow(acc[i] - sum[k] / n, 2); });
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) {
+        const double sd = std::sqrt(sq[k] / n), lo = sum[k] / n - dynamic * sd, range = (sum[k] / n + dynamic * sd) - lo;
+        d[i] = vtest::TruncClamp((acc[i] - lo) * (255 / (range == 0 ? 1.0 : range)));
+    });
+    return d;
+}
+
+std::vector<double> Scales(double sigma, int n) {
+    if (n == 1) return {sigma};
+    if (n == 2) return {0.5 * sigma, sigma};
+    std::vector<double> s;
+    for (int i = 0; i < n; ++i) s.push_back(2.0 + i * (sigma / n));
+    return s;
+}
+
+TEST(Retinex, MultiScaleMatchesDirectLogDifferences) {
+    const Image src = vtest::RandomSmoothImage(23, 17, 3, 2);
+    for (int n : {1, 2, 3, 5, 9}) {  // 9: more scales than are kept as bytes
+        std::vector<double> acc(src.bytes.size());
+        velomar::MultiScaleRetinex(n, src.data(), acc.data(), 23, 17, src.stride, 30.0);
+        EXPECT_EQ(acc, DirectRetinex(src.data(), 23, 17, src.stride, Scales(30.0, n))) << n << " scales";
+    }
+    EXPECT_EQ(Scales(90, 3), (std::vector<double>{2, 32, 62}));  // the worked example's spacing
+}
+
+// A constant picture (every fifth) has no spread, and Dynamic 0 (every
+// sixth) no range: the stretch then divides by 1.
+TEST(Retinex, MSRCRGIMPAndMSRHSVMatchDirectModel) {
+    for (int trial = 0; trial < 24 && !HasFailure(); ++trial) {
+        const Image noise = vtest::SweepImage(trial, {1, 3, 4}, 30, 20, 3);
+        const Image src = trial % 5 == 4 ? vtest::Flat(noise, 140) : noise;
+        const int w = src.width, h = src.height, n = trial % 8 == 7 ? 10 : RandomInt(1, 4);
+        const double sigma = RandomInt(1, 60), dynamic = trial % 6 == 5 ? 0.0 : RandomInt(1, 30) / 10.0;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { MSRCRGIMP(a..., sigma, n, dynamic); },
+            [&](std::vector<uint8_t> d) {
+                return DirectStretch(DirectRetinex(src.data(), w, h, src.stride, Scales(sigma, n)), d, src, dynamic);
+            }))
+            << " scales " << n << " sigma " << sigma;
+        if (src.channels == 1) continue;
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](auto... a) { MSRHSV(a..., sigma, n, dynamic); },
+            [&](std::vector<uint8_t> d) {
+                std::vector<double> hsv(size_t(w) * 3);
+                std::vector<uint8_t> v(size_t(w) * h);
+                for (int y = 0; y < h; ++y) {
+                    velomar::RowBgrToHsv(w, &src.bytes[size_t(y) * src.stride], hsv.data());
+                    for (int x = 0; x < w; ++x) v[size_t(y) * w + x] = uint8_t(hsv[3 * x + 2]);
+                }
+                v = DirectStretch(DirectRetinex(v.data(), w, h, w, Scales(sigma, n)), v, Image(w, h, 1), dynamic);
+                for (int y = 0; y < h; ++y) {
+                    velomar::RowBgrToHsv(w, &src.bytes[size_t(y) * src.stride], hsv.data());
+                    for (int x = 0; x < w; ++x) hsv[3 * x + 2] = v[size_t(y) * w + x];
+                    velomar::RowHsvToBgr(w, hsv.data(), &d[size_t(y) * src.stride]);
+                }
+                return d;
+            }))
+            << "HSV";
+    }
+}
+
+TEST(Retinex, HsvRowsFollowTheirFormulasAndRoundTrip) {
+    const Image src = vtest::RandomImage(300, 1, 3);
+    std::vector<double> hsv(900);
+    velomar::RowBgrToHsv(300, src.data(), hsv.data());
+    std::vector<uint8_t> back(900);
+    velomar::RowHsvToBgr(300, hsv.data(), back.data());
+    for (int x = 0; x < 300; ++x) {
+        const double b = src.at(x, 0, 0), g = src.at(x, 0, 1), r = src.at(x, 0, 2);
+        const double mx = std::max({b, g, r}), mn = std::min({b, g, r});
+        double hue = mx == mn ? 0 : mx == r ? (g - b) / (mx - mn) : mx == g ? (b - r) / (mx - mn) + 2 : (r - g) / (mx - mn) + 4;
+        if (hue < 0) hue += 6;
+        EXPECT_DOUBLE_EQ(hsv[3 * x], hue);
+        EXPECT_DOUBLE_EQ(hsv[3 * x + 1], mx ? (mx - mn) / mx : 0);
+        EXPECT_EQ(hsv[3 * x + 2], mx);
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(back[3 * x + k], src.at(x, 0, k), 1) << x;  // truncation loses at most 1
+    }
+    // Grey pixels: the value comes back in all three bytes.
+    Image grey = vtest::RandomSmoothImage(31, 11, 3, 1);
+    vtest::EachSample(grey, 1, [&](int x, int y, int, size_t) { grey.at(x, y, 1) = grey.at(x, y, 2) = grey.at(x, y, 0); });
+    Image out = grey;
+    MSRHSV(grey.data(), out.data(), 31, 11, grey.stride, 20, 2, 1.5);
+    vtest::EachSample(out, 1, [&](int x, int y, int, size_t) {
+        EXPECT_TRUE(out.at(x, y, 0) == out.at(x, y, 1) && out.at(x, y, 1) == out.at(x, y, 2)) << x << "," << y;
+    });
+}
+
+// Calls outside each filter's contract write nothing: null images, bad radii,
+// levels beyond 0..10, no scale, and two bytes per pixel (Stride 2 Width + 1
+// or 2 Width).
+TEST(ToneFilters, RejectedCallsWriteNothing) {
+    const Image src = vtest::Flat(vtest::RandomImage(20, 12, 3, 2), 140);
+    const int s = src.stride;
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
+        [&](uint8_t* d) { LeeContrastEnhancement(nullptr, d, 20, 12, s, 1, 100, 0, 255); },
+        [&](uint8_t* d) { LeeContrastEnhancement(src.data(), d, 20, 12, s, -1, 100, 0, 255); },
+        [&](uint8_t* d) { DetailEnhanceByEdgePreseveingFilter(src.data(), d, 20, 0, s, 1, 100); },
+        [&](uint8_t* d) { LSDContrastEnhancement(src.data(), d, 20, 12, 40, 1, 100, 3); },
+        [&](uint8_t* d) { AdaptiveGammaCorrection(src.data(), d, 20, 12, 40, 1.0, 1); },
+        [&](uint8_t* d) { DermabrasionFilter(src.data(), d, 20, 12, s, 1, 0, 11, 3); },
+        [&](uint8_t* d) { DermabrasionFilter(src.data(), d, 20, 12, s, 1, 0, -1, 3); },
+        [&](uint8_t* d) { HdrBasedOnGuiderFilter(src.data(), d, 20, 12, s, -1); },
+        [&](uint8_t* d) { HdrBasedOnExposureBlending(src.data(), nullptr, src.data(), d, 20, 12, s, 2); },
+        [&](uint8_t* d) { MSRCRGIMP(src.data(), d, 20, 12, s, 40, 0, 2); },
+        [&](uint8_t* d) { MSRHSV(src.data(), d, 20, 12, s, 40, -1, 2); },
+        [&](uint8_t* d) { MSRHSV(src.data(), d, 20, 12, 41, 40, 3, 2); },
+    }));
+}
+
+}  // namespace

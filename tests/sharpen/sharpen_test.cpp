@@ -1,0 +1,150 @@
+// The sharpening filters against direct models: a Sobel with replicated
+// borders, a rank count over the mirrored neighbourhood, and the unsharp and
+// high-pass formulas applied to the Gaussian blur's own output.
+#include <array>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+
+#include "blur/blur.h"
+#include "common/suite.h"
+#include "sharpen/sharpen.h"
+
+namespace {
+
+using vtest::Image;
+using vtest::RandomInt;
+
+// Grey, three and four bytes per pixel (the fourth kept); other layouts are
+// left untouched.
+std::vector<uint8_t> DirectEdges(const Image& src, std::vector<uint8_t> out) {
+    if (src.channels == 2 || src.channels > 4) return out;
+    auto at = [&](int x, int y, int k) {
+        return int(src.at(std::clamp(x, 0, src.width - 1), std::clamp(y, 0, src.height - 1), k));
+    };
+    vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
+        for (int k = 0; k < std::min(src.channels, 3); ++k) {
+            const int gx = (at(x - 1, y - 1, k) + 2 * at(x - 1, y, k) + at(x - 1, y + 1, k)) -
+                           (at(x + 1, y - 1, k) + 2 * at(x + 1, y, k) + at(x + 1, y + 1, k));
+            const int gy = (at(x - 1, y - 1, k) + 2 * at(x, y - 1, k) + at(x + 1, y - 1, k)) -
+                           (at(x - 1, y + 1, k) + 2 * at(x, y + 1, k) + at(x + 1, y + 1, k));
+            const int m = std::min(gx * gx + gy * gy, 65025);
+            out[vtest::Offset(src, x, y, src.channels, k)] = uint8_t(int(255.0 - std::sqrt(m + 0.0)));
+        }
+    });
+    return out;
+}
+
+TEST(FindEdges, MatchesADirectSobel) {
+    for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
+        const Image src = vtest::SweepImage(trial, {1, 3, 4, 1, 3, 2, 5}, 40, 12);  // white noise reaches the cap
+        EXPECT_TRUE(vtest::FilterMatches(src, ::FindEdges, [&](std::vector<uint8_t> d) { return DirectEdges(src, d); }));
+    }
+}
+
+// For every pixel of each plane, M is the smallest m such that at least T
+// neighbourhood samples lie below m. Three bytes per pixel runs per channel;
+// every other layout runs on the first Width bytes of each row as one plane.
+std::vector<uint8_t> DirectRank(const Image& src, std::vector<uint8_t> out, int radius) {
+    const int step = src.channels == 3 ? 3 : 1, span = 2 * radius + 1, target = span * span / 2;
+    vtest::EachSample(src, step, [&](int x, int y, int k, size_t i) {
+        int count[256] = {};
+        for (int v : vtest::Neighbourhood(src, x, y, k, radius, EDGE_REFLECT, step)) ++count[v];
+        int m = 0, below = 0;  // below: samples with values under m
+        while (below < target) below += count[m++];
+        out[i] = uint8_t(std::clamp(src.bytes[i] - (m - src.bytes[i]) / 2, 0, 255));
+    });
+    return out;
+}
+
+// Radius 0 has T = 0, so M = 0 and the value grows by half; on a constant
+// picture (every ninth) M = v + 1 pushes by (v + 1 - v) / 2 = 0. Radii past
+// the counters' range write nothing; the largest fills them to 255 * 255.
+using SharpenPaths = vtest::EveryIsa;
+TEST_P(SharpenPaths, MatchesADirectRankCount) {
+    for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
+        const Image noise = vtest::SweepImage(trial, {1, 3, 4, 2}, 24, 16, 4);
+        const Image src = trial % 9 == 4 ? vtest::Flat(noise, std::array{0, 77, 255}[trial % 3]) : noise;
+        const int radius = trial % 10 == 0 ? RandomInt(25, 40) : trial == 12 ? 127 : RandomInt(0, 6);  // 12: grey
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ::SharpenByHistgram(a..., radius); },
+                                         [&](std::vector<uint8_t> d) { return DirectRank(src, d, radius); }))
+            << " radius " << radius;
+    }
+    const Image src = vtest::RandomImage(12, 5, 1);
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
+        [&](uint8_t* d) { ::SharpenByHistgram(src.data(), d, 12, 5, src.stride, -1); },
+        [&](uint8_t* d) { ::SharpenByHistgram(src.data(), d, 12, 5, src.stride, 128); },
+        [&](uint8_t* d) { ::SharpenByHistgram(src.data(), d, 12, 5, src.stride, 1000); },
+    }));
+}
+
+VELOMAR_INSTANTIATE_EVERY_ISA(Isa, SharpenPaths);
+
+// Treated bytes per row: grey rows are Width bytes, every other layout three
+// bytes per pixel.
+int TreatedBytes(const Image& img) { return img.channels == 1 ? img.width : 3 * img.width; }
+
+// Unsharp mask treats grey and three bytes per pixel; other layouts keep dest.
+std::vector<uint8_t> ExpectedUnsharp(const Image& src, std::vector<uint8_t> out, double sigma, int amount,
+                                     int threshold) {
+    if (src.channels != 1 && src.channels != 3) return out;
+    Image blur = src;
+    velomar::GuassBlur(src.data(), blur.data(), src.width, src.height, src.stride, sigma);
+    vtest::EachRowByte(src, TreatedBytes(src), [&](size_t k) {
+        const int s = src.bytes[k], d = s - blur.bytes[k];
+        const int32_t product = int32_t(int64_t(d) * amount);  // wraps like 32-bit hardware
+        out[k] = uint8_t(std::abs(d) < threshold ? s : std::clamp(s + product / 100, 0, 255));
+    });
+    return out;
+}
+
+// The blur is written over Dest first, then subtracted from the source
+// buffer: in place every treated byte becomes 128.
+std::vector<uint8_t> ExpectedHighPass(const Image& src, std::vector<uint8_t> out, double sigma) {
+    if (src.channels == 2) return out;  // two bytes per pixel are left alone
+    const bool inPlace = out == src.bytes;
+    velomar::GuassBlur(src.data(), out.data(), src.width, src.height, src.stride, sigma);
+    vtest::EachRowByte(src, TreatedBytes(src), [&](size_t k) {
+        out[k] = uint8_t(std::clamp((inPlace ? out[k] : src.bytes[k]) - out[k] + 128, 0, 255));
+    });
+    return out;
+}
+
+int RandomAmount() {
+    const int sign = RandomInt(0, 1) ? 1 : -1;
+    switch (RandomInt(0, 5)) {
+        case 0: return 0;
+        case 1: return RandomInt(12890, 12910) * sign;  // around the fast path's limit
+        case 2: return RandomInt(8000000, INT_MAX);      // products wrap
+        case 3: return sign > 0 ? INT_MIN : RandomInt(INT_MIN, -8000000);
+        default: return RandomInt(-400, 400);
+    }
+}
+
+TEST(UnsharpMaskAndHighPass, MatchTheFormulaOnTheBlur) {
+    for (int trial = 0; trial < 150 && !HasFailure(); ++trial) {
+        const Image src = vtest::SweepImage(trial, {1, 3, 4, 2}, 45, 14);
+        const double sigma = RandomInt(0, 60) / 10.0;
+        const int amount = RandomAmount(), threshold = RandomInt(-5, 300);
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ::UnsharpMask(a..., sigma, amount, threshold); },
+                                         [&](std::vector<uint8_t> d) {
+                                             return ExpectedUnsharp(src, d, sigma, amount, threshold);
+                                         }))
+            << " sigma " << sigma << " amount " << amount << " threshold " << threshold;
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ::HighPass(a..., sigma); },
+                                         [&](std::vector<uint8_t> d) { return ExpectedHighPass(src, d, sigma); }))
+            << "high pass sigma " << sigma;
+    }
+    // Sparse spikes on black (and pits on white) under a wide blur give
+    // differences of +-255, the largest products for each amount.
+    for (int base : {0, 255}) {
+        Image src(40, 30, 1, 0, uint8_t(base));
+        for (int k = 0; k < 6; ++k) src.at(3 + 7 * k, 4 + 4 * k) = uint8_t(255 - base);
+        for (int amount : {12899, 12900, 12999, -12899, -12900, 130, -129, 100000})
+            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ::UnsharpMask(a..., 30.0, amount, 0); },
+                                             [&](std::vector<uint8_t> d) { return ExpectedUnsharp(src, d, 30.0, amount, 0); }))
+                << "base " << base << ", amount " << amount;
+    }
+}
+
+}  // namespace

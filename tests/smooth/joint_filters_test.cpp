@@ -1,0 +1,270 @@
+// Guided and bilateral filters. Guided: the core against the linear model
+// written out with naive window means, and the 8-bit export against the core
+// on every layout. Bilateral: every level plane computed and kept, then each
+// pixel interpolated between the levels that bracket its guide value.
+#include <array>
+#include <cmath>
+
+#include "blur/blur.h"
+#include "common/suite.h"
+#include "smooth/smooth.h"
+
+namespace {
+
+
+
+using Plane = std::vector<double>;
+
+Plane RandomPlane(int w, int h) {
+    Plane p(size_t(w) * h);
+    for (double& v : p) v = vtest::RandomInt(0, 255) / 255.0;
+    return p;
+}
+
+// Window mean with replicated edges, summed directly.
+Plane NaiveBox(const Plane& s, int w, int h, int r) {
+    Plane d(s.size());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            double sum = 0;
+            for (int dy = -r; dy <= r; ++dy)
+                for (int dx = -r; dx <= r; ++dx)
+                    sum += s[size_t(vtest::MapEdge(y + dy, h, 0)) * w + vtest::MapEdge(x + dx, w, 0)];
+            d[size_t(y) * w + x] = sum / ((2.0 * r + 1) * (2.0 * r + 1));
+        }
+    return d;
+}
+
+Plane LibraryBox(const Plane& s, int w, int h, int r) {
+    Plane d(s.size());
+    velomar::BoxBlurDouble(s.data(), d.data(), w, h, w, r, EDGE_REPLICATE);
+    return d;
+}
+
+// q = box(a) I + box(b), a = cov(I, p) / (var(I) + eps), b = mean_p - a mean_I.
+template <class Box>
+Plane LinearModel(const Plane& p, const Plane& I, int w, int h, int r, double eps, Box box) {
+    const size_t n = p.size();
+    Plane II(n), Ip(n), a(n), b(n);
+    for (size_t i = 0; i < n; ++i) II[i] = I[i] * I[i], Ip[i] = I[i] * p[i];
+    Plane mp = box(p, w, h, r), mII = box(II, w, h, r), mI = box(I, w, h, r), mIp = box(Ip, w, h, r);
+    for (size_t i = 0; i < n; ++i)
+        a[i] = (mIp[i] - mI[i] * mp[i]) / (mII[i] - mI[i] * mI[i] + eps), b[i] = mp[i] - a[i] * mI[i];
+    Plane ma = box(a, w, h, r), mb = box(b, w, h, r), q(n);
+    for (size_t i = 0; i < n; ++i) q[i] = ma[i] * I[i] + mb[i];
+    return q;
+}
+
+TEST(GuidedFilterCore, FitsTheLocalLinearModel) {
+    for (int iter = 0; iter < 60; ++iter) {
+        const int w = vtest::RandomInt(1, 13), h = vtest::RandomInt(1, 11), r = vtest::RandomInt(0, 16);
+        const double eps = std::pow(10.0, -vtest::RandomInt(1, 3));
+        // Every third guide the input itself, every tenth a constant.
+        const Plane p = RandomPlane(w, h), I = iter % 3 == 0 ? p : iter % 10 == 1 ? Plane(p.size(), 0.4) : RandomPlane(w, h);
+        SCOPED_TRACE(testing::Message() << w << "x" << h << " r" << r << " eps " << eps);
+        Plane out(p.size(), -1.0), inPlace = p, overGuide = I;
+        velomar::GuidedFilterCore(p.data(), I.data(), out.data(), w, h, r, eps);
+        // Same box means as the core: identical arithmetic, identical bits.
+        EXPECT_EQ(out, LinearModel(p, I, w, h, r, eps, LibraryBox));
+        // Direct window sums round differently from running sums (a few ulps
+        // of values <= 1), amplified at most by 1 / eps through a.
+        const Plane naive = LinearModel(p, I, w, h, r, eps, NaiveBox);
+        for (size_t i = 0; i < p.size(); ++i) ASSERT_NEAR(out[i], naive[i], 1e-9) << "at " << i;
+
+        // Output over the input plane or the guide gives the same values.
+        velomar::GuidedFilterCore(inPlace.data(), iter % 3 == 0 ? inPlace.data() : I.data(), inPlace.data(), w, h, r, eps);
+        EXPECT_EQ(inPlace, out);
+        velomar::GuidedFilterCore(p.data(), overGuide.data(), overGuide.data(), w, h, r, eps);
+        EXPECT_EQ(overGuide, out);
+    }
+}
+
+// The export: bytes to v / 255, the core per channel (three-byte pixels on any
+// layout but grey), back with trunc(q * 255 + 0.5) clamped.
+std::vector<uint8_t> ReferenceGuided(const vtest::Image& src, const vtest::Image& guide,
+                                     std::vector<uint8_t> dest, int r, double eps) {
+    const int step = src.channels == 1 ? 1 : 3;
+    return vtest::EachPlane(src, dest, step, [&](const vtest::Image& s, vtest::Image d, int ch) {
+        const vtest::Image g = vtest::PlaneOf(guide, step, ch);
+        Plane p(s.bytes.size()), I(p.size());
+        for (size_t i = 0; i < p.size(); ++i) p[i] = s.bytes[i] * 0.00392156862745098, I[i] = g.bytes[i] * 0.00392156862745098;
+        const Plane q = LinearModel(p, I, src.width, src.height, r, eps, LibraryBox);
+        for (size_t i = 0; i < p.size(); ++i) d.bytes[i] = uint8_t(std::clamp(velomar::TruncToInt(q[i] * 255 + 0.5), 0, 255));
+        return d;
+    });
+}
+
+// Two bytes per pixel, a null guide, an empty image and a negative radius
+// write nothing.
+TEST(GuidedFilter, MatchesCoreOnEveryLayout) {
+    for (int iter = 0; iter < 48 && !HasFailure(); ++iter) {
+        const vtest::Image noise = vtest::SweepImage(iter, {1, 3, 4}, 17, 12);
+        // Every eighth picture constant, black or white among them.
+        const vtest::Image src = iter % 8 == 5 ? vtest::Flat(noise, std::array{0, 1, 127, 254, 255}[iter % 5]) : noise;
+        const int r = iter % 8 == 5 ? std::array{0, 3, 40}[iter % 3] : vtest::RandomInt(0, 9);
+        const double eps = std::array{0.0001, 0.01, 0.5}[iter % 3];
+        const bool joint = iter % 2 == 0;
+        const vtest::Image guide = joint ? vtest::DestFor(src, 0x5A) : src;
+        SCOPED_TRACE(testing::Message() << " r" << r << " eps " << eps << (joint ? " joint" : ""));
+        // Padding and alpha compared too; in place, bytes the filter skips keep
+        // the buffer's own values.
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](const uint8_t* s, auto... a) { GuidedFilter(s, joint ? guide.data() : s, a..., r, eps); },
+            [&](std::vector<uint8_t> d) { return ReferenceGuided(src, guide, d, r, eps); }));
+        if (joint) {  // the guide as destination
+            vtest::Image g = guide;
+            velomar::GuidedFilter(src.data(), g.data(), g.data(), src.width, src.height, src.stride, r, eps);
+            EXPECT_TRUE(vtest::BytesEqual(ReferenceGuided(src, guide, guide.bytes, r, eps), g.bytes)) << src;
+        }
+    }
+    const vtest::Image src = vtest::RandomImage(6, 4, 2);  // two bytes per pixel
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
+        [&](uint8_t* d) { GuidedFilter(src.data(), src.data(), d, 6, 4, src.stride, 2, 0.01); },
+        [&](uint8_t* d) { GuidedFilter(src.data(), nullptr, d, 6, 4, src.stride, 2, 0.01); },
+        [&](uint8_t* d) { GuidedFilter(src.data(), src.data(), d, 0, 4, src.stride, 2, 0.01); },
+        [&](uint8_t* d) { GuidedFilter(src.data(), src.data(), d, 6, 4, src.stride, -1, 0.01); },
+    }));
+}
+
+// Radii far beyond the image once made the first window of every box mean
+// walk the whole radius (seconds to minutes on 16 x 16). They now cost the
+// image's size; the results must still repeat exactly, in place too.
+TEST(GuidedFilter, HugeRadiiCostTheImageNotTheRadius) {
+    const vtest::Image src = vtest::RandomImage(16, 16, 1);
+    auto twice = [&](auto filter) {
+        vtest::Image a = src, b = src, in = src;
+        filter(src.data(), a.data());
+        filter(src.data(), b.data());
+        filter(in.data(), in.data());
+        EXPECT_EQ(a.bytes, b.bytes);
+        EXPECT_EQ(a.bytes, in.bytes);
+    };
+    for (int r : {1 << 24, INT32_MAX}) {
+        twice([&](const uint8_t* s, uint8_t* d) { GuidedFilter(s, s, d, 16, 16, 16, r, 0.01); });
+        for (int edge : {0, 1}) twice([&](const uint8_t* s, uint8_t* d) { Wiener2(s, d, 16, 16, 16, r, 0, edge); });
+    }
+    twice([&](const uint8_t* s, uint8_t* d) { BilateralFilter(s, s, d, 16, 16, 16, 0, 1e9, 30, 0); });
+}
+
+struct Params {
+    int downsample;
+    double sigmaSpatial, sigmaRange;
+    int flag;  // only its low byte selects the Gaussian
+    bool gaussian() const { return uint8_t(flag) == 1; }
+};
+
+// One unpadded plane (Stride == Width) filtered into dest; pixels outside
+// every bracket keep their value.
+void ReferencePlane(const uint8_t* src, const uint8_t* guide, uint8_t* dest, int W, int H,
+                    const Params& p) {
+    int s = 0;
+    if (p.downsample != 0)
+        while (s + 1 <= p.downsample && (W >> (s + 1)) >= 1 && (H >> (s + 1)) >= 1) ++s;
+    const int w = W >> s, h = H >> s;
+    std::vector<double> sg(size_t(w) * h), ss(sg.size());
+    for (int r = 0; r < h; ++r)
+        for (int c = 0; c < w; ++c)
+            sg[size_t(r) * w + c] = guide[size_t(r << s) * W + (c << s)], ss[size_t(r) * w + c] = src[size_t(r << s) * W + (c << s)];
+    const double gmin = *std::min_element(sg.begin(), sg.end()), gmax = *std::max_element(sg.begin(), sg.end());
+    const int n = std::max(velomar::TruncToInt((gmax - gmin) / (2 * p.sigmaRange) + 0.5), 2);
+    const double step = (gmax - gmin) / (n - 1);
+    const double S = p.sigmaSpatial * std::min(w, h) / 255;
+
+    std::vector<std::vector<double>> J(n);
+    for (int k = 0; k < n; ++k) {
+        const double L = k == 0 ? gmin : k == n - 1 ? gmax : k * step + gmin;
+        std::vector<double> num(sg.size()), den(sg.size());
+        for (size_t i = 0; i < sg.size(); ++i) {
+            const int d = velomar::TruncToInt(std::fabs(L - sg[i]) + 0.5);
+            den[i] = std::exp(-double(d * d) / (2 * (p.sigmaRange * p.sigmaRange)));
+            num[i] = ss[i] * den[i];
+        }
+        for (auto* plane : {&num, &den})
+            p.gaussian() ? velomar::GaussBlurDouble(plane->data(), plane->data(), w, h, w, S)
+                       : velomar::BoxBlurDouble(plane->data(), plane->data(), w, h, w, velomar::TruncToInt(S + 0.5), EDGE_REFLECT);
+        J[size_t(k)].resize(sg.size());
+        for (size_t i = 0; i < sg.size(); ++i) J[size_t(k)][i] = num[i] / den[i];
+    }
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            // J of level k at the pixel: direct at full size, bilinear from the
+            // four small neighbours otherwise.
+            auto at = [&](int k) {
+                const auto& P = J[size_t(k)];
+                if (p.downsample == 0) return P[size_t(y) * W + x];
+                const double fx = std::min(x / double(1 << s), double(w - 1));
+                const double fy = std::min(y / double(1 << s), double(h - 1));
+                const int x0 = int(fx), y0 = int(fy), x1 = std::min(x0 + 1, w - 1), y1 = std::min(y0 + 1, h - 1);
+                const double ax = fx - x0, ay = fy - y0;
+                return P[size_t(y0) * w + x0] * ((1 - ax) * (1 - ay)) + P[size_t(y0) * w + x1] * (ax * (1 - ay)) +
+                       P[size_t(y1) * w + x0] * ((1 - ax) * ay) + P[size_t(y1) * w + x1] * (ax * ay);
+            };
+            const int g = guide[size_t(y) * W + x];
+            const double t = p.downsample == 0 ? (g - gmin) * (1 / step) : (g - gmin) / step;
+            const int i = velomar::TruncToInt(t);
+            if (i < 0 || i > n - 1) continue;
+            const double v = i == n - 1 ? at(i) : ((i + 1) - t) * at(i) + (1 - ((i + 1) - t)) * at(i + 1);
+            // Full size rounds and clamps; downsampled output truncates and wraps.
+            dest[size_t(y) * W + x] = uint8_t(velomar::TruncToInt(p.downsample == 0 ? std::clamp(v + 0.5, 0.0, 255.0) : v));
+        }
+}
+
+// Colour layouts: bytes 0..2 of each pixel filtered as separate planes.
+std::vector<uint8_t> Reference(const vtest::Image& src, const vtest::Image& guide, std::vector<uint8_t> dest,
+                               const Params& p) {
+    const int step = src.channels == 1 ? 1 : 3;
+    return vtest::EachPlane(src, dest, step, [&](const vtest::Image& s, vtest::Image d, int c) {
+        ReferencePlane(s.data(), vtest::PlaneOf(guide, step, c).data(), d.data(), src.width, src.height, p);
+        return d;
+    });
+}
+
+void RunFilter(const vtest::Image& shape, const uint8_t* src, const uint8_t* guide, uint8_t* dest, const Params& p) {
+    BilateralFilter(src, guide, dest, shape.width, shape.height, shape.stride, p.downsample, p.sigmaSpatial,
+                    p.sigmaRange, p.flag);
+}
+
+// Flat guides leave no pixel between two levels: nothing is written. Two
+// bytes per pixel, a null guide and an empty image write nothing either.
+TEST(BilateralFilter, MatchesDirectLevelInterpolation) {
+    for (int iter = 0; iter < 96 && !HasFailure(); ++iter) {
+        const vtest::Image src = vtest::SweepImage(iter, {1, 3, 4}, 24, 20, iter % 3 ? 5 : 0);  // grey unpadded
+        const Params p{std::array{0, 1, 2, 6, -1}[iter % 5], vtest::RandomInt(0, 2000) / 10.0,
+                       std::array{8.0, 20.0, 64.0, 300.0}[(iter / 5) % 4], std::array{1, 0, 0x301, 0x100}[(iter / 2) % 4]};
+        const bool joint = iter % 7 < 3;
+        const vtest::Image noise = vtest::RandomImage(src.width, src.height, src.channels, src.stride - src.width * src.channels);
+        const vtest::Image guide = !joint ? src : iter % 7 ? noise : vtest::Flat(noise, 77);
+        SCOPED_TRACE(testing::Message() << " ds " << p.downsample << " sS " << p.sigmaSpatial << " sR " << p.sigmaRange
+                                        << " flag " << p.flag << (joint ? " joint" : ""));
+        // Padding and alpha compared too; in place, pixels left unwritten keep
+        // what that buffer held.
+        EXPECT_TRUE(vtest::FilterMatches(
+            src, [&](const uint8_t* s, uint8_t* d, auto...) { RunFilter(src, s, joint ? guide.data() : s, d, p); },
+            [&](std::vector<uint8_t> d) { return Reference(src, guide, d, p); }));
+        if (joint) {  // over the guide
+            vtest::Image g = guide;
+            RunFilter(src, src.data(), g.data(), g.data(), p);
+            EXPECT_TRUE(vtest::BytesEqual(Reference(src, guide, guide.bytes, p), g.bytes)) << src;
+        }
+    }
+    const vtest::Image two = vtest::RandomImage(6, 4, 2);  // two bytes per pixel
+    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(6, 4, 2), {
+        [&](uint8_t* d) { RunFilter(two, two.data(), two.data(), d, {0, 10, 10, 1}); },
+        [&](uint8_t* d) { RunFilter(two, two.data(), nullptr, d, {0, 10, 10, 1}); },
+        [&](uint8_t* d) { BilateralFilter(two.data(), two.data(), d, 0, 4, two.stride, 0, 10, 10, 1); },
+    }));
+}
+
+TEST(BilateralFilter, PaddedGreyRowsStayInsideTheBuffer) {
+    // Stride != Width on grey buffers mixes rows (callers avoid it), but the
+    // padding is never written and nothing outside the buffer is touched.
+    for (int ds : {0, 1, 3})
+        for (int flag : {0, 1}) {
+            const vtest::Image src = vtest::RandomSmoothImage(10, 9, 1, 7, 0xEE);
+            vtest::Image out = vtest::RandomImage(10, 9, 1, 7, 0xEE);
+            RunFilter(src, src.data(), src.data(), out.data(), {ds, 40, 15, flag});
+            EXPECT_TRUE(vtest::PaddingIntact(out, 0xEE));
+        }
+}
+
+}  // namespace
