@@ -83,7 +83,8 @@ void LeeContrastEnhancement(const uint8_t* Src, uint8_t* Dest, int32_t Width, in
         else if (i > InputHigh)
             table[i] = 255;
         else
-            table[i] = static_cast<uint8_t>((i - InputLow) * 255 / (InputHigh - InputLow));
+            // In 64 bits: any 32-bit range gives the exact quotient.
+            table[i] = static_cast<uint8_t>((int64_t(i) - InputLow) * 255 / (int64_t(InputHigh) - InputLow));
     }
     BoxBlur(Src, Dest, Width, Height, Stride, Radius, EDGE_REPLICATE);
     AmplifyDifference(Src, Dest, bytes, Amount, [&](int32_t m) { return table[m]; });

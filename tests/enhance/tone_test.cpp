@@ -33,14 +33,16 @@ TEST(ContrastEnhancement, LeeAndDetailAmplifyTheirLocalBase) {
     for (int trial = 0; trial < 12; ++trial) {
         const Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 30);
         const int r = RandomInt(0, 6), amount = trial == 0 ? 100 : RandomInt(-100, 400);
-        const int lo = RandomInt(-20, 150), hi = trial % 4 == 3 ? lo - RandomInt(0, 5) : RandomInt(lo + 1, 280);
+        // Trial 1 stretches over the whole 32-bit range (its products once overflowed).
+        int lo = RandomInt(-20, 150), hi = trial % 4 == 3 ? lo - RandomInt(0, 5) : RandomInt(lo + 1, 280);
+        if (trial == 1) lo = INT32_MIN + 1, hi = INT32_MAX;
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { LeeContrastEnhancement(a..., r, amount, lo, hi); },
             [&](std::vector<uint8_t> box) {
-                const int low = box == src.bytes ? 0 : lo, high = box == src.bytes ? 255 : hi;
+                const int64_t low = box == src.bytes ? 0 : lo, high = box == src.bytes ? 255 : hi;
                 BoxBlur(src.data(), box.data(), src.width, src.height, src.stride, r, 0);
                 return Amplified(src, box, amount, [&](int m) {
-                    return high <= low ? 127 : m < low ? 0 : m > high ? 255 : (m - low) * 255 / (high - low);
+                    return int(high <= low ? 127 : m < low ? 0 : m > high ? 255 : (m - low) * 255 / (high - low));
                 });
             }))
             << "Lee range " << lo << ".." << hi << " amount " << amount;
