@@ -19,8 +19,10 @@ void DermabrasionToneTable(int32_t ToneMode, int32_t ToneAmount, uint8_t* Table)
             // Stored as a byte: the low byte of the truncated value.
             Table[i] = static_cast<uint8_t>(TruncToInt(255 * std::log(1 + (b - 1) * i / 255) / std::log(b)));
         } else if (ToneMode == 1) {
+            // The lift's whole part is subtracted in double precision, so
+            // that a lift beyond the 32-bit integers still clamps to 0 or 255.
             const double k = 10.0 * ToneAmount, x = (i - 127) / 127.0;
-            Table[i] = ClampByte(i - TruncToInt(-0.667 * k * (1 - x * x)));
+            Table[i] = static_cast<uint8_t>(std::clamp(i - std::trunc(-0.667 * k * (1 - x * x)), 0.0, 255.0));
         } else {
             Table[i] = static_cast<uint8_t>(i);  // other modes: identity
         }

@@ -214,7 +214,7 @@ std::vector<uint8_t> DirectDermabrasion(const Image& src, int type, int mode, in
     for (int i = 0; i < 256; ++i) {
         const double b = amount + 2.0, x = (i - 127) / 127.0;
         table[i] = mode == 0 ? uint8_t(vtest::TruncI32(255 * std::log(1 + (b - 1) * i / 255) / std::log(b)))
-                 : mode == 1 ? uint8_t(std::clamp(i - vtest::TruncI32(-0.667 * (10.0 * amount) * (1 - x * x)), 0, 255))
+                 : mode == 1 ? uint8_t(std::clamp(i - std::trunc(-0.667 * (10.0 * amount) * (1 - x * x)), 0.0, 255.0))
                              : uint8_t(i);
     }
     for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = table[smooth[i]];
@@ -237,8 +237,9 @@ TEST(Dermabrasion, ComposesSmootherToneMaskAndSharpening) {
         // Sides of 200 and more make every size-scaled radius count.
         const Image src = trial < 7 ? vtest::SweepImage(trial, {1, 3}, 48, 36)
                                     : vtest::RandomSmoothImage(RandomInt(200, 230), RandomInt(8, 20), trial % 2 ? 3 : 1, RandomInt(0, 3));
-        const int type = trial % 7 == 6 ? 9 : trial % 7, mode = RandomInt(0, 2), level = RandomInt(1, 10);
-        const int amount = RandomInt(-1, 8);
+        // Trials 4 and 5 lift by the extreme amounts (the lift once overflowed).
+        const int type = trial % 7 == 6 ? 9 : trial % 7, mode = trial == 4 || trial == 5 ? 1 : RandomInt(0, 2);
+        const int level = RandomInt(1, 10), amount = trial == 4 ? INT32_MAX : trial == 5 ? INT32_MIN : RandomInt(-1, 8);
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { DermabrasionFilter(a..., type, mode, level, amount); },
             [&](const std::vector<uint8_t>&) { return DirectDermabrasion(src, type, mode, level, amount); }))
