@@ -3,7 +3,7 @@
 JOBS ?= 2
 GALLERY ?= gallery
 
-.PHONY: demo test valgrind bench windows gallery-check clean
+.PHONY: demo test valgrind bench windows gallery-check fuzz clean
 
 # Main job: build the library and the host, and write the gallery page.
 demo:
@@ -47,6 +47,13 @@ windows:
 # images, a screenshot in build/gallery-check/).
 gallery-check:
 	bash scripts/gallery-browser.sh
+
+# The libFuzzer harnesses for FUZZ_SECONDS each (default an hour) on FUZZ_JOBS
+# processes; CI runs them for seconds.
+FUZZ_SECONDS ?= 3600
+FUZZ_JOBS ?= 2
+fuzz:
+	bash scripts/fuzz.sh --seconds $(FUZZ_SECONDS) --jobs $(FUZZ_JOBS)
 
 clean:
 	rm -rf build $(GALLERY)

@@ -135,8 +135,10 @@ OPS = {
                       note="Reserved: returns a copy of Src."),
     # Edge-preserving smoothing and denoising
     "BilateralFilter": Op([I("Downsample", 1, 0, 16), D("SigmaSpatial", 4, 0, open_lo=True),
-                           D("SigmaRange", 30, 0, open_lo=True), I("UseGaussian", 1, choices=(0, 1))],
-                          images=("Guide",), note="Guide defaults to Src (the plain bilateral filter)."),
+                           D("SigmaRange", 30, 0.5), I("UseGaussian", 1, choices=(0, 1))],
+                          images=("Guide",), note="Guide defaults to Src (the plain bilateral filter). "
+                          "SigmaRange below 0.5 would make the range levels finer than the grey levels, at a "
+                          "cost growing as 1 / SigmaRange."),
     "GuidedFilter": Op([I("Radius", 8, 0), D("Epsilon", 0.01, 0, open_lo=True)], images=("Guide",),
                        note="Guide defaults to Src."),
     "BiExponentialEPF": Op([D("Lambda", 50, 0), D("SigmaRange", 20, 0, open_lo=True)]),

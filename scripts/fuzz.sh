@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# The libFuzzer harnesses (tests/fuzz), built with clang and address +
+# undefined-behaviour sanitizers. Each runs from its committed corpus
+# (tests/fuzz/corpus/NAME.tar.gz, unpacked with what earlier runs found into
+# build/fuzz/corpus-NAME) for the given seconds; any crash, leak, timeout or
+# excess memory fails the run and leaves the input in build/fuzz/findings.
+#   fuzz.sh [--seconds N] [--jobs J]    (CI: a few seconds; make fuzz: an hour)
+#   fuzz.sh --merge                     refresh the committed corpora
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=10 jobs=1 merge=0
+while [ $# -gt 0 ]; do
+  case $1 in
+    --seconds) seconds=$2; shift 2 ;;
+    --jobs) jobs=$2; shift 2 ;;
+    --merge) merge=1; shift ;;
+    *) echo "unknown option $1"; exit 2 ;;
+  esac
+done
+bash scripts/install-deps.sh build fuzz
+cmake --preset fuzz > /dev/null
+cmake --build build/fuzz -j "${JOBS:-2}"
+export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=1024:detect_leaks=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+findings=$PWD/build/fuzz/findings
+mkdir -p "$findings"
+status=0
+for harness in tests/fuzz/*_fuzzer.cpp; do
+  name=$(basename "$harness" _fuzzer.cpp)
+  exe=build/fuzz/tests/fuzz/${name}_fuzzer
+  corpus=build/fuzz/corpus-$name
+  mkdir -p "$corpus"
+  [ -f "tests/fuzz/corpus/$name.tar.gz" ] && tar -C "$corpus" -xzf "tests/fuzz/corpus/$name.tar.gz"
+  if [ $merge = 1 ]; then
+    fresh=$(mktemp -d)
+    "$exe" -merge=1 "$fresh" "$corpus" > /dev/null 2>&1
+    tar -C "$fresh" -czf "tests/fuzz/corpus/$name.tar.gz" .
+    echo "$name: $(ls "$fresh" | wc -l) inputs in tests/fuzz/corpus/$name.tar.gz"
+    rm -rf "$fresh"
+    continue
+  fi
+  log=build/fuzz/$name.log
+  if "$exe" "$corpus" -max_total_time="$seconds" -jobs="$jobs" -workers="$jobs" -rss_limit_mb=4096 -timeout=20 \
+       -artifact_prefix="$findings/$name-" -print_final_stats=1 > "$log" 2>&1; then
+    runs=$(grep -h 'stat::number_of_executed_units' "$log" fuzz-*.log 2>/dev/null | awk '{s += $2} END {print s + 0}')
+    echo "$name: no finding in $seconds s ($runs executions)"
+  else
+    echo "FAIL: $name found something (log: $log, input in $findings):"
+    grep -h -E 'ERROR|runtime error|SUMMARY' "$log" fuzz-*.log 2>/dev/null | head -5
+    status=1
+  fi
+  rm -f fuzz-*.log
+done
+exit $status
