@@ -37,7 +37,7 @@ check "x86-64 widest" env -u VELOMAR_ISA ./build/release/velomar-digest
 for isa in avx2 sse2; do check "x86-64 $isa" env VELOMAR_ISA=$isa ./build/release/velomar-digest; done
 
 cmake -S . -B build/m32 -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAGS=-m32 \
-  -DVELOMAR_TESTS=OFF -DVELOMAR_HOST=OFF -DVELOMAR_INSTALL=OFF > /dev/null
+  -DVELOMAR_TESTS=OFF -DVELOMAR_HOST=OFF -DVELOMAR_DIGEST=ON -DVELOMAR_INSTALL=OFF > /dev/null
 cmake --build build/m32 -j "$jobs" --target velomar_digest
 check "x86 32-bit widest" env -u VELOMAR_ISA ./build/m32/velomar-digest
 check "x86 32-bit sse2" env VELOMAR_ISA=sse2 ./build/m32/velomar-digest

@@ -44,6 +44,9 @@ for harness in tests/fuzz/*_fuzzer.cpp; do
        -artifact_prefix="$findings/$name-" -print_final_stats=1 > "$log" 2>&1; then
     runs=$(grep -h 'stat::number_of_executed_units' "$log" fuzz-*.log 2>/dev/null | awk '{s += $2} END {print s + 0}')
     echo "$name: no finding in $seconds s ($runs executions)"
+    # A harness that counts its executions per export prints them at exit.
+    grep -h '^executions per export:' "$log" fuzz-*.log 2>/dev/null | tr ' ' '\n' | grep '=' |
+      awk -F= '{n[$1] += $2} END {for (k in n) printf "  %s %d\n", k, n[k]}' | sort || true
   else
     echo "FAIL: $name found something (log: $log, input in $findings):"
     grep -h -E 'ERROR|runtime error|SUMMARY' "$log" fuzz-*.log 2>/dev/null | head -5

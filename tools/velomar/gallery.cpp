@@ -4,6 +4,7 @@
 // is called with, a command line for every result, and a chart of the time
 // each export takes per megapixel. One static folder that opens from disk.
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
