@@ -30,7 +30,9 @@ void ClipHistogram(int32_t* Table, int32_t ClipLimit) {
     int64_t previous;
     do {
         previous = excess;
-        if (excess == 0) break;
+        // Nothing left to spread, or no bin below the limit to take it (a
+        // limit far below zero): the passes would change nothing.
+        if (excess == 0 || std::none_of(Table, Table + 256, [&](int32_t v) { return v < ClipLimit; })) break;
         for (int32_t start = 0; start < 256 && excess != 0; ++start) {
             const int64_t step = std::max<int64_t>(256 / excess, 1);
             for (int64_t i = start; i < 256 && excess > 0; i += step)
