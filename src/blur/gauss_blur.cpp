@@ -3,6 +3,7 @@
 // Sigma.
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "blur/blur.h"
