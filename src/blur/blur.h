@@ -78,16 +78,23 @@ void MedianNetworkPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, in
 void PercentilePlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride, int32_t Width,
                      int32_t Height, int32_t Radius, int32_t T);
 
-// Each pixel's rank in its neighbourhood, borders replicated: for rows
-// Inset .. Height - 1 - Inset, Sink receives the row (counted from 0 at
-// Inset) and, for each of its Width pixels, the number of neighbourhood
-// samples at most the pixel's own value. Radius is 1 .. kMaxHistogramRadius.
+// Each pixel's rank in its neighbourhood: for rows and columns Inset ..
+// Height - 1 - Inset and Inset .. Width - 1 - Inset, Sink receives the row
+// (counted from 0 at Inset) and, for each of its pixels (counts[0] being
+// column Inset), the number of neighbourhood samples at most the pixel's own
+// value; neighbourhoods reaching past the plane replicate its borders.
+// Radius is 1 .. kMaxHistogramRadius. Up to kMaxDirectCountRadius, with
+// Inset >= Radius, the samples are compared directly (rank_count.cpp);
+// otherwise the median's sliding histograms count them (median_blur.cpp).
 struct CountRowSink {
     void* context = nullptr;
     void (*take)(void* context, int32_t row, const uint16_t* counts) = nullptr;
 };
+constexpr int32_t kMaxDirectCountRadius = 7;  // counts up to 225 fit a byte
 void RankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height, int32_t Radius,
                     int32_t Inset, CountRowSink Sink);
+void HistogramRankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height,
+                             int32_t Radius, int32_t Inset, CountRowSink Sink);
 template <class Take>  // take(row, counts)
 void RankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height, int32_t Radius,
                     int32_t Inset, Take&& take) {

@@ -128,7 +128,8 @@ void MedianRowSse2(const uint16_t* cc, const uint16_t* cf, int32_t Width, int32_
 // Radius is 1..127 and T is in -1..Area-1, so every count fits 16 bits and
 // both searches end inside their 16 bins. With kCount, Sink receives each
 // row's counts of samples at most the pixel's own value instead, for rows
-// Inset .. Height - 1 - Inset only, and Dest and T are not used.
+// Inset .. Height - 1 - Inset only and from column Inset on, and Dest and T
+// are not used.
 template <bool kCount>
 void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_t DestStride,
                     CountRowSink Sink, int32_t Inset, int32_t Width, int32_t Height, int32_t Radius,
@@ -201,7 +202,7 @@ void HistogramPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32_
         if (kCount) {
             Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, Src + size_t(i) * SrcStride, nullptr,
                 counts.data());
-            Sink.take(Sink.context, i - Inset, counts.data());
+            Sink.take(Sink.context, i - Inset, counts.data() + Inset);
         } else {
             Row(cc, cf, Width, Radius, T, coarse, fine, lastColumn, nullptr, Dest + size_t(i) * DestStride,
                 nullptr);
@@ -223,8 +224,8 @@ void PercentilePlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, int32
         HistogramPlane<false>(Src, SrcStride, Dest, DestStride, {}, 0, Width, Height, Radius, T);
 }
 
-void RankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height, int32_t Radius,
-                    int32_t Inset, CountRowSink Sink) {
+void HistogramRankCountPlane(const uint8_t* Src, int32_t SrcStride, int32_t Width, int32_t Height,
+                             int32_t Radius, int32_t Inset, CountRowSink Sink) {
     HistogramPlane<true>(Src, SrcStride, nullptr, 0, Sink, Inset, Width, Height, Radius, 0);
 }
 

@@ -45,7 +45,7 @@ void ReducePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Heigh
     RankCountPlane(padded.data(), pitch, pitch, Height + 2 * Radius, Radius, Radius,
                    [&](int32_t y, const uint16_t* counts) {
                        const uint8_t* s = Src + size_t(y) * Stride;
-                       const uint16_t* q = counts + Radius;
+                       const uint16_t* q = counts;
                        uint8_t* d = Dest + size_t(y) * Stride;
                        for (int32_t x = 0; x < Width; ++x) d[x] = result[size_t(equalised[q[x]]) * 256 + s[x]];
                    });
