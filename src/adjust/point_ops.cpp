@@ -3,10 +3,14 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
+#include "core/byte_lanes.h"
 
 namespace velomar {
 
 namespace {
+
+#define VELOMAR_BYTE_KERNEL "adjust/invert_lanes.inc"
+#include "core/byte_lanes_each_isa.inc"
 
 using Table = uint8_t[256];
 
@@ -21,15 +25,7 @@ Status InvertMatrix(const Matrix* Src, Matrix* Dest) {
     if (s != STATUS_OK) return s;
     // Every byte, alpha and padding included.
     const size_t n = ImageBytes(Src->Height, Src->WidthStep);
-    const uint8_t* src = Src->Data;
-    uint8_t* dst = Dest->Data;
-    const __m128i ones = _mm_set1_epi8(-1);
-    size_t i = 0;
-    for (; i + 16 <= n; i += 16) {
-        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_xor_si128(v, ones));
-    }
-    for (; i < n; ++i) dst[i] = static_cast<uint8_t>(~src[i]);
+    VELOMAR_WIDEST_KERNEL(InvertBytes)(Src->Data, Dest->Data, n);
     return STATUS_OK;
 }
 

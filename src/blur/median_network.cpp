@@ -67,11 +67,7 @@ void MedianNetworkPlane(const uint8_t* Src, int32_t SrcStride, uint8_t* Dest, in
         return;
     }
     const int32_t side = 2 * Radius + 1;
-    RowFn row = sse2::NetworkRowFor;
-#if VELOMAR_WIDE_PATHS
-    if (ActiveIsa() >= Isa::Avx512) row = avx512::NetworkRowFor;
-    else if (ActiveIsa() >= Isa::Avx2) row = avx2::NetworkRowFor;
-#endif
+    const RowFn row = VELOMAR_WIDEST_KERNEL(NetworkRowFor);
     // Every row padded by replicating its end pixels, far enough right that
     // whole vectors can be read past the last pixel.
     constexpr int32_t kMaxLanes = 64;

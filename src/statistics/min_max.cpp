@@ -16,11 +16,7 @@ using FoldFn = void (*)(const uint8_t* const* In, int32_t Count, uint8_t* Out, s
 
 template <bool kMax>
 FoldFn FoldFor() {
-#if VELOMAR_WIDE_PATHS
-    if (ActiveIsa() >= Isa::Avx512) return avx512::Fold<kMax>;
-    if (ActiveIsa() >= Isa::Avx2) return avx2::Fold<kMax>;
-#endif
-    return sse2::Fold<kMax>;
+    return VELOMAR_WIDEST_KERNEL(Fold<kMax>);
 }
 
 // Up to this radius a band of rows, or a span of a row, is folded directly;
