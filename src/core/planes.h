@@ -30,4 +30,16 @@ void FilterColourPlanes(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_
     MergePlanes(out.data(), out.data() + n, out.data() + 2 * n, Width, Height, Stride, Dest);
 }
 
+// The same for filters that work on a plane in place, filter(channel, plane),
+// and write every pixel: one set of planes instead of two.
+template <class Filter>
+void FilterColourPlanesInPlace(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height,
+                               int32_t Stride, Filter&& filter) {
+    const size_t n = size_t(Width) * size_t(Height);
+    Buffer<uint8_t> planes(3 * n);
+    SplitPlanes(Src, Width, Height, Stride, planes.data(), planes.data() + n, planes.data() + 2 * n);
+    for (int32_t c = 0; c < 3; ++c) filter(c, planes.data() + c * n);
+    MergePlanes(planes.data(), planes.data() + n, planes.data() + 2 * n, Width, Height, Stride, Dest);
+}
+
 }  // namespace velomar

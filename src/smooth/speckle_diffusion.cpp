@@ -98,7 +98,8 @@ void DiffuseSpeckle(double* j, int32_t Width, int32_t Height, const HomogeneousB
 
 namespace {
 
-// One plane (the first Width bytes of each row of Src) diffused into Dest.
+// One plane (the first Width bytes of each row of Src) diffused into Dest;
+// Src is read in full first, so it may be Dest.
 void DiffusePlane(const uint8_t* Src, uint8_t* Dest, int32_t Width, int32_t Height, int32_t Stride,
                   int32_t Iterations, double Lambda) {
     const size_t w = size_t(Width), h = size_t(Height);
@@ -119,8 +120,8 @@ void SpeckleReducingAnisotropicDiffusion(const uint8_t* Src, uint8_t* Dest, int3
                                          int32_t Stride, int32_t Iterations, double Lambda) {
     if (!RawArgsValid(Src, Dest, Width, Height, Stride)) return;
     if (BytesPerPixel(Width, Stride) == 3) {
-        FilterColourPlanes(Src, Dest, Width, Height, Stride, [&](int32_t, const uint8_t* in, uint8_t* out) {
-            DiffusePlane(in, out, Width, Height, Width, Iterations, Lambda);
+        FilterColourPlanesInPlace(Src, Dest, Width, Height, Stride, [&](int32_t, uint8_t* plane) {
+            DiffusePlane(plane, plane, Width, Height, Width, Iterations, Lambda);
         });
         return;
     }
