@@ -4,6 +4,7 @@
 # (tests/fuzz/corpus/NAME.tar.gz, unpacked with what earlier runs found into
 # build/fuzz/corpus-NAME) for the given seconds; any crash, leak, timeout or
 # excess memory fails the run and leaves the input in build/fuzz/findings.
+# Named inputs in tests/fuzz/regressions/NAME (earlier findings) run first.
 #   fuzz.sh [--seconds N] [--jobs J]    (CI: a few seconds; make fuzz: an hour)
 #   fuzz.sh --merge                     refresh the committed corpora
 set -euo pipefail
@@ -39,6 +40,20 @@ for harness in tests/fuzz/*_fuzzer.cpp; do
     rm -rf "$fresh"
     continue
   fi
+  # Inputs that once found something, each named after its export and what
+  # it caught, replayed first: one that fails, times out, or no longer
+  # decodes to its export (the harness's table changed) fails the run.
+  for input in tests/fuzz/regressions/$name/*; do
+    [ -f "$input" ] || continue
+    if ! shown=$(VELOMAR_FUZZ_SHOW=1 "$exe" -timeout=10 -rss_limit_mb=4096 "$input" 2>&1); then
+      echo "FAIL: $name regression $(basename "$input"):"
+      echo "$shown" | grep -E 'ERROR|runtime error|SUMMARY|timeout' | head -5
+      status=1
+    elif [ "$(echo "$shown" | grep -m1 -oE '^[A-Za-z0-9]+ [0-9]+x' | cut -d' ' -f1)" != "$(basename "$input" | cut -d- -f1)" ]; then
+      echo "FAIL: $name regression $(basename "$input") no longer calls its export (tests/fuzz/encode_exports_input.py remakes it)"
+      status=1
+    fi
+  done
   log=build/fuzz/$name.log
   if "$exe" "$corpus" -max_total_time="$seconds" -jobs="$jobs" -workers="$jobs" -rss_limit_mb=4096 -timeout=20 \
        -artifact_prefix="$findings/$name-" -print_final_stats=1 > "$log" 2>&1; then
