@@ -150,12 +150,11 @@ TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
             [&](std::vector<uint8_t> d) { return Model(src.data(), d, {w, h, src.stride}, tx, ty, mode, flag, d1, d2); }))
             << "mode " << mode << " tiles " << tx << "x" << ty << " flag " << flag << " d1 " << d1 << " d2 " << d2;
     }
-    // Bands over 65536 pixels (here 301 x 226) take the double-precision quotient.
-    for (int mode : {0, 1}) {
+    for (int mode : {0, 1}) {  // bands over 65536 pixels (here 301 x 226) take the double-precision quotient
         const Image src = vtest::RandomSmoothImage(601, 451, mode ? 3 : 1, 3);
-        EXPECT_TRUE(vtest::FilterMatches(
-            src, [&](auto... a) { Apply(mode, a..., 1, 1, 1, 0.05, 0.2); },
-            [&](std::vector<uint8_t> d) { return Model(src.data(), d, {601, 451, src.stride}, 1, 1, mode, 1, 0.05, 0.2); }));
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Apply(mode, a..., 1, 1, 1, 0.05, 0.2); }, [&](auto d) {
+            return Model(src.data(), d, {601, 451, src.stride}, 1, 1, mode, 1, 0.05, 0.2);
+        }));
     }
     const Image src = vtest::RandomImage(10, 6, 3);
     Image dst(10, 6, 3, 0, 9);

@@ -89,19 +89,17 @@ TEST(AutoWhiteBalance, DynamicThresholdMatchesBlockStatisticsAndRefusalsWriteNot
     for (int trial = 0; trial < 60 && !HasFailure(); ++trial) {
         const Image src = vtest::SweepImage(trial, {3}, 40, 30, 4);
         const int bs = RandomInt(1, 50), global = trial % 3, squared = trial / 3 % 2;
-        EXPECT_TRUE(vtest::FilterMatches(
-            src, [&](auto... a) { AutoWhiteBalanceUseDynamicThreshold(a..., bs, uint8_t(global), uint8_t(squared)); },
-            [&](std::vector<uint8_t> d) { return DynamicModel(src, d, bs, global, squared); }))
+        auto filter = [&](auto... a) { AutoWhiteBalanceUseDynamicThreshold(a..., bs, uint8_t(global), uint8_t(squared)); };
+        EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto d) { return DynamicModel(src, d, bs, global, squared); }))
             << " block " << bs << " global " << global << " squared " << squared;
     }
-    // Unusable layouts, block sizes and null images write nothing.
+    // Four bytes per pixel, short rows, no blocks and no image write nothing.
     const Image four = vtest::RandomImage(9, 7, 4);
-    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {
-        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(four.data(), d, 9, 7, 36); },     // four bytes
-        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(four.data(), d, 9, 7, 18, 5); },         // short rows
-        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(four.data(), d, 9, 7, 36, 0, 0, 0); },  // no blocks
-        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0); },
-    }));
+    const uint8_t* s = four.data();
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {[&](uint8_t* d) {
+        AutoWhiteBalanceUseStandardGrayWorldModel(s, d, 9, 7, 36), AutoWhiteBalanceUseReflectorTheory(s, d, 9, 7, 18, 5);
+        AutoWhiteBalanceUseDynamicThreshold(s, d, 9, 7, 36, 0, 0, 0), AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0);
+    }}));
 }
 
 // A neutral first column keeps the grey world picture as it is.

@@ -40,12 +40,10 @@ TEST(DotProduct, FollowsTheDocumentedOrderAndDoubleCount) {
         const float d = velomar::DotProduct(a.data(), b.data(), count), e = LiteralDot(a.data(), b.data(), count);
         ASSERT_EQ(std::memcmp(&d, &e, 4), 0) << count << ": " << d << " vs " << e;
     }
-    // Integers sum exactly: 40 elements count 0..31, then 0..7 again.
-    std::vector<float> a(40), b(40, 1.0f);
+    std::vector<float> a(40), b(40, 1.0f);  // integers sum exactly: 40 elements count 1..32, then 1..8 again
     for (int i = 0; i < 40; ++i) a[i] = float(i + 1);
-    EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), 40), 528.0f + 36.0f);
-    EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), 32), 528.0f);
-    EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), 12), 78.0f);
+    for (auto [count, sum] : {std::pair{40, 528.0f + 36.0f}, {32, 528.0f}, {12, 78.0f}})
+        EXPECT_EQ(velomar::DotProduct(a.data(), b.data(), count), sum) << count;
 }
 
 float ScaleOf(const std::vector<float>& k) {
@@ -141,8 +139,7 @@ TEST_P(Conv2Paths, MatchesTheDirectCorrelationAndConvolution) {
         const int edge = trial % 2, channels = std::array{1, 1, 3, 1, 4, 1, 2}[trial % 7];
         const bool integer = trial % 3 != 0;
         std::vector<float> k = ftest::RandomFloats(size_t(s.kw) * s.kh, -3, 5);
-        if (integer)
-            for (float& v : k) v = std::round(v);
+        for (float& v : k) v = integer ? std::round(v) : v;
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
         ftest::Record src(w, h, DEPTH_8U, channels), dest(w, h, DEPTH_8U, channels);
         SCOPED_TRACE(testing::Message() << w << "x" << h << "x" << channels << " kernel " << s.kw << "x" << s.kh
@@ -196,12 +193,8 @@ TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
     ftest::Record a(6, 5, DEPTH_8U, 1), b(6, 5, DEPTH_8U, 1), c3(6, 5, DEPTH_8U, 3), wide(7, 5, DEPTH_8U, 1);
     ftest::Record tall(6, 6, DEPTH_8U, 1), s16(6, 5, DEPTH_16S, 1), d16(6, 5, DEPTH_16S, 1);
     Matrix noData = *b.m, step = *a.m, signedDepth = *b.m, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
-    noData.Data = nullptr;
-    step.WidthStep += 4;
-    signedDepth.Depth = DEPTH_8S;  // same sizes, different depth
-    kw0.Width = 0;
-    kh0.Height = 0;
-    noKernelData.Data = nullptr;
+    noData.Data = noKernelData.Data = nullptr;
+    step.WidthStep += 4, signedDepth.Depth = DEPTH_8S, kw0.Width = 0, kh0.Height = 0;  // (the same sizes, another depth)
     struct Case { const Matrix* src; const Matrix* kernel; Matrix* dest; Status conv2, fft; };
     const Case cases[] = {
         {nullptr, &kernel, b.m, 3, 3}, {a.m, &kernel, nullptr, 3, 3}, {a.m, nullptr, b.m, 3, 3},
@@ -215,13 +208,11 @@ TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
     for (const Case& t : cases)
         for (int which = 0; which < 2; ++which) {
             const Status want = which ? t.fft : t.conv2;
-            std::vector<uint8_t> before;
-            if (t.dest && t.dest->Data) before.assign(t.dest->Data, t.dest->Data + t.dest->WidthStep * t.dest->Height);
-            const Status got = which ? FFTConv2(t.src, t.kernel, t.dest, 1) : Conv2(t.src, t.kernel, t.dest, 1);
-            EXPECT_EQ(got, want) << (which ? "FFTConv2" : "Conv2") << " case " << (&t - cases);
-            if (want != STATUS_OK && t.dest && t.dest->Data) {
-                EXPECT_TRUE(std::equal(before.begin(), before.end(), t.dest->Data)) << "Dest written, case " << (&t - cases);
-            }
+            uint8_t* const data = t.dest ? t.dest->Data : nullptr;
+            const std::vector<uint8_t> before(data, data ? data + t.dest->WidthStep * t.dest->Height : nullptr);
+            EXPECT_EQ(which ? FFTConv2(t.src, t.kernel, t.dest, 1) : Conv2(t.src, t.kernel, t.dest, 1), want)
+                << (which ? "FFTConv2" : "Conv2") << " case " << (&t - cases);
+            EXPECT_TRUE(want == STATUS_OK || std::equal(before.begin(), before.end(), data)) << "Dest written, case " << (&t - cases);
         }
 }
 

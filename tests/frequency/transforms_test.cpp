@@ -1,6 +1,6 @@
-// The transforms against direct sums in double (DFT, DCT, Walsh), the plane
-// transforms against their one-sequence forms and round trips, and the
-// coefficient and spectrum pictures.
+// The transforms against direct sums in double, the plane transforms against
+// their one-sequence forms and round trips, and the coefficient and spectrum pictures.
+#include <array>
 #include <cmath>
 #include <complex>
 
@@ -11,53 +11,29 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-std::vector<double> DirectDct(const std::vector<float>& x) {
-    const size_t n = x.size();
-    std::vector<double> out(n);
-    for (size_t k = 0; k < n; ++k) {
-        double s = 0;
-        for (size_t m = 0; m < n; ++m) s += x[m] * std::cos(kPi * double((2 * m + 1) * k) / double(2 * n));
-        out[k] = s * (k == 0 ? std::sqrt(1.0 / n) : std::sqrt(2.0 / n));
-    }
-    return out;
-}
-
-double Norm(const std::vector<float>& x) {
-    double s = 0;
-    for (float f : x) s += std::abs(f);
-    return s;
-}
-
-TEST(DCT1D, ForwardMatchesTheDirectSumAndInverseRestores) {
-    for (int n : {1, 2, 4, 8, 16, 64, 512}) {
-        std::vector<float> x = ftest::RandomFloats(n, 0, 255);
-        const std::vector<float> x0 = x;
-        const std::vector<double> expected = DirectDct(x);
-        velomar::DCT1D(x.data(), n, 0);
-        for (int k = 0; k < n; ++k) ASSERT_NEAR(x[k], expected[k], 1e-5 * Norm(x0)) << "n " << n << " k " << k;
-        velomar::DCT1D(x.data(), n, 1);
-        for (int k = 0; k < n; ++k) ASSERT_NEAR(x[k], x0[k], 1e-2) << "round trip, n " << n << " k " << k;
-    }
-    float x[2] = {7.0f, -3.5f};
-    velomar::DCT1D(x, 1, 1);  // length one: sqrt(2) / sqrt(2), and only its element
-    EXPECT_TRUE(x[0] == 7.0f && x[1] == -3.5f);
-}
-
-// The Walsh-Hadamard transform in dyadic order: coefficient k pairs with the
-// bit-reversed Hadamard row, sign (-1)^popcount(m & rev(k)).
-TEST(WalshTransform1D, MatchesTheDirectSum) {
-    for (int n : {1, 2, 4, 16, 128}) {
-        std::vector<float> x = ftest::RandomFloats(n, -255, 255);
-        const std::vector<float> x0 = x;
-        velomar::WalshTransform1D(n, x.data());
+// The DCT with orthonormal scaling, and the Walsh-Hadamard transform in dyadic
+// order: coefficient k pairs with the bit-reversed Hadamard row, sign
+// (-1)^popcount(m & rev(k)), divided by n. A sentinel past the sequence stays.
+TEST(Transforms1D, MatchTheDirectSumsAndTheDctRoundTrips) {
+    for (int n : {1, 2, 4, 8, 16, 64, 128, 512}) {
+        std::vector<float> x = ftest::RandomFloats(n + 1, -255, 255), dct = x, walsh = x;
+        double norm = 0;
+        for (int m = 0; m < n; ++m) norm += std::abs(x[m]);
+        velomar::DCT1D(dct.data(), n, 0);
+        velomar::WalshTransform1D(n, walsh.data());
         const int bits = int(std::log2(n));
         for (int k = 0; k < n; ++k) {
             int rev = 0;
             for (int b = 0; b < bits; ++b) rev |= ((k >> b) & 1) << (bits - 1 - b);
-            double s = 0;
-            for (int m = 0; m < n; ++m) s += (__builtin_popcount(unsigned(m & rev)) % 2 ? -x0[m] : x0[m]);
-            ASSERT_NEAR(x[k], s / n, 1e-6 * Norm(x0)) << "n " << n << " k " << k;
+            double c = 0, s = 0;
+            for (int m = 0; m < n; ++m) c += x[m] * std::cos(kPi * double((2 * m + 1) * k) / double(2 * n));
+            for (int m = 0; m < n; ++m) s += __builtin_popcount(unsigned(m & rev)) % 2 ? -x[m] : x[m];
+            ASSERT_NEAR(dct[k], c * std::sqrt((k ? 2.0 : 1.0) / n), 1e-5 * norm) << "DCT n " << n << " k " << k;
+            ASSERT_NEAR(walsh[k], s / n, 1e-6 * norm) << "Walsh n " << n << " k " << k;
         }
+        velomar::DCT1D(dct.data(), n, 1);
+        for (int k = 0; k <= n; ++k) ASSERT_NEAR(dct[k], x[k], k < n ? 1e-2 : 0) << "round trip, n " << n << " k " << k;
+        ASSERT_EQ(walsh[n], x[n]);
     }
 }
 
@@ -68,8 +44,7 @@ TEST(Transforms2D, RoundTripsRestoreThePlane) {
     velomar::DCT2D(w, h, p.data(), 0);
     velomar::DCT2D(w, h, p.data(), 1);
     for (int i = 0; i < w * h; ++i) ASSERT_NEAR(p[i], p0[i], 1e-3) << i;
-    // The Walsh transform is its own inverse up to 1 / (W H).
-    velomar::WalshTransform2D(w, h, p.data());
+    velomar::WalshTransform2D(w, h, p.data());  // its own inverse up to 1 / (W H)
     velomar::WalshTransform2D(w, h, p.data());
     for (int i = 0; i < w * h; ++i) ASSERT_NEAR(p[i] * (w * h), p0[i], 1e-3) << i;
 }
@@ -79,40 +54,27 @@ void Show(int kind, const uint8_t* s, uint8_t* d, int w, int h, int stride) {
     kind == 2 ? ShowWALSH(s, d, w, h, stride) : ShowDCT(s, d, w, h, stride, kind);
 }
 
-// Uniform images: only the first coefficient is non-zero, at the top-left.
-TEST(CoefficientPictures, UniformImage) {
-    struct Case { int w, h, g, kind, corner; };
-    const Case cases[] = {
-        {4, 4, 5, 0, 200},   // trunc(10 x 5 x sqrt(16))
-        {16, 4, 3, 0, 240},  // 10 x 3 x 8
-        {16, 16, 2, 0, 255}, // 320, clamped
-        {8, 8, 0, 2, 0},
-        {8, 4, 1, 2, 255},   // 2000 x g, clamped
-    };
-    for (const Case& t : cases) {
-        vtest::Image src(t.w, t.h, 1, 0, uint8_t(t.g)), dst(t.w, t.h, 1, 0, 77), expected(t.w, t.h, 1);
-        Show(t.kind, src.data(), dst.data(), t.w, t.h, t.w);
-        expected.bytes[0] = uint8_t(t.corner);
-        EXPECT_TRUE(vtest::BytesEqual(expected.bytes, dst.bytes)) << t.w << "x" << t.h << " g " << t.g;
+// Uniform images: only the first coefficient is non-zero, at the top-left:
+// DCT trunc(10 g sqrt(W H)), Walsh 2000 g, clamped. A three-byte (or
+// four-byte) image gives, channel by channel, the pictures of its channels as
+// grey images; nothing else is written, in place or not.
+TEST(CoefficientPictures, UniformImagesAndEachChannelAsAGreyPicture) {
+    for (auto [w, h, g, kind, corner] : {std::array{4, 4, 5, 0, 200}, {16, 4, 3, 0, 240}, {16, 16, 2, 0, 255},
+                                         {8, 8, 0, 2, 0}, {8, 4, 1, 2, 255}}) {
+        vtest::Image src(w, h, 1, 0, uint8_t(g)), dst(w, h, 1, 0, 77), expected(w, h, 1);
+        Show(kind, src.data(), dst.data(), w, h, w);
+        expected.bytes[0] = uint8_t(corner);
+        EXPECT_TRUE(vtest::BytesEqual(expected.bytes, dst.bytes)) << w << "x" << h << " g " << g;
     }
-}
-
-// A three-byte (or four-byte) image gives, channel by channel, the pictures
-// of its channels as grey images; nothing else is written, in place or not.
-TEST(CoefficientPictures, EachChannelIsAGreyPicture) {
     for (auto [w, h, bytes] : {std::tuple{5, 3, 3}, std::tuple{7, 6, 4}})
         for (int kind = 0; kind < 3; ++kind) {
             const vtest::Image src = vtest::RandomImage(w, h, bytes, 2);
-            const vtest::Image dst = vtest::RandomImage(w, h, bytes, 2, 0x3C);
-            EXPECT_TRUE(vtest::MatchesBothWays(
-                src, dst, [&](const uint8_t* s, uint8_t* d) { Show(kind, s, d, w, h, src.stride); },
-                [&](std::vector<uint8_t> d) {
-                    return vtest::EachPlane(src, d, 3, [&](const vtest::Image& s, vtest::Image out, int) {
-                        Show(kind, s.data(), out.data(), w, h, w);
-                        return out;
-                    });
-                }))
-                << w << "x" << h << " bytes " << bytes << " kind " << kind;
+            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Show(kind, a...); }, [&](std::vector<uint8_t> d) {
+                return vtest::EachPlane(src, d, 3, [&](const vtest::Image& s, vtest::Image out, int) {
+                    Show(kind, s.data(), out.data(), w, h, w);
+                    return out;
+                });
+            })) << " kind " << kind;
         }
 }
 
@@ -160,8 +122,7 @@ TEST(FFT2D, EqualsRowsThenColumnsOfFFT1D) {
     for (int trial = 0; trial < 40; ++trial) {
         const int w = sizes[vtest::RandomInt(0, 6)], h = sizes[vtest::RandomInt(0, 6)];
         const int dir = std::vector<int>{0, 1, 2, 256, 513}[vtest::RandomInt(0, 4)];
-        std::vector<float> re = ftest::RandomFloats(size_t(w) * h, -300, 300);
-        std::vector<float> im = ftest::RandomFloats(size_t(w) * h, -300, 300);
+        std::vector<float> re = ftest::RandomFloats(size_t(w) * h, -300, 300), im = ftest::RandomFloats(re.size(), -300, 300);
         for (int y = 0; y < h; ++y)  // zero rows, some in whole blocks
             if (y >= h / 2 || vtest::RandomInt(0, 3) == 0)
                 for (int x = 0; x < w; ++x) re[size_t(y) * w + x] = im[size_t(y) * w + x] = 0.0f;
@@ -179,13 +140,12 @@ TEST(FFT2D, EqualsRowsThenColumnsOfFFT1D) {
 }
 
 TEST(FFTShift, ExchangesQuadrantsDiagonally) {
-    std::vector<float> a(8), b(8);
-    for (int i = 0; i < 8; ++i) a[i] = float(i), b[i] = float(10 * i);
+    std::vector<float> a{0, 1, 2, 3, 4, 5, 6, 7}, b{0, 10, 20, 30, 40, 50, 60, 70}, b0 = b;
     velomar::FFTShift(4, 2, a.data(), nullptr);
     EXPECT_EQ(a, (std::vector<float>{6, 7, 4, 5, 2, 3, 0, 1}));
     velomar::FFTShift(1, 8, b.data(), a.data());  // half width 0: nothing moves
     velomar::FFTShift(8, 1, b.data(), nullptr);
-    EXPECT_EQ(b, (std::vector<float>{0, 10, 20, 30, 40, 50, 60, 70}));
+    EXPECT_EQ(b, b0);
 }
 
 // The spectrum picture built step by step: planes padded with zeros,
@@ -217,28 +177,21 @@ TEST(ShowFFT, MatchesTheStepByStepPicture) {
         for (int dir : {256, 1, 2})  // only the low byte of 256 counts: inverse, unscaled
             for (uint8_t copy : {0, 1, 2}) {
                 const vtest::Image src = vtest::RandomImage(t.w, t.h, t.bytes, t.padding);
-                const vtest::Image dst = vtest::RandomImage(t.w, t.h, t.bytes, t.padding, 0x3C);
-                EXPECT_TRUE(vtest::MatchesBothWays(
-                    src, dst,
-                    [&](const uint8_t* s, uint8_t* d) { ShowFFT(s, d, t.w, t.h, src.stride, copy, dir); },
-                    [&](std::vector<uint8_t> d) { return PictureOf(src, d, copy, dir); }))
-                    << t.w << "x" << t.h << " bytes " << t.bytes << " dir " << dir << " copy " << int(copy);
+                EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ShowFFT(a..., copy, dir); },
+                                                 [&](std::vector<uint8_t> d) { return PictureOf(src, d, copy, dir); }))
+                    << " dir " << dir << " copy " << int(copy);
             }
 }
 
+// Null images, no pixels, a short stride and two bytes per pixel.
 TEST(SpectrumPictures, CallsOutsideTheContractWriteNothing) {
     vtest::Image src = vtest::RandomImage(8, 6, 3, 0), dst = vtest::RandomImage(8, 6, 3, 0);
     const std::vector<uint8_t> before = dst.bytes;
-    const struct { const uint8_t* s; uint8_t* d; int w, h, stride; } calls[] = {
-        {nullptr, dst.data(), 8, 6, 24}, {src.data(), nullptr, 8, 6, 24}, {src.data(), dst.data(), 0, 6, 24},
-        {src.data(), dst.data(), 8, 0, 24}, {src.data(), dst.data(), 8, 6, 7},   // short stride
-        {src.data(), dst.data(), 8, 6, 16}, {src.data(), dst.data(), 8, 6, -24},  // two bytes per pixel
-    };
-    for (const auto& c : calls) {
-        ShowFFT(c.s, c.d, c.w, c.h, c.stride, 1, 1);
-        ShowDCT(c.s, c.d, c.w, c.h, c.stride, 0);
-        ShowWALSH(c.s, c.d, c.w, c.h, c.stride);
-    }
+    const uint8_t *in = src.data(), *no = nullptr;
+    for (auto [s, d, w, h, stride] : {std::tuple{no, dst.data(), 8, 6, 24}, {in, nullptr, 8, 6, 24}, {in, dst.data(), 0, 6, 24},
+                                      {in, dst.data(), 8, 0, 24}, {in, dst.data(), 8, 6, 7}, {in, dst.data(), 8, 6, 16},
+                                      {in, dst.data(), 8, 6, -24}})
+        ShowFFT(s, d, w, h, stride, 1, 1), ShowDCT(s, d, w, h, stride, 0), ShowWALSH(s, d, w, h, stride);
     EXPECT_EQ(before, dst.bytes);
 }
 

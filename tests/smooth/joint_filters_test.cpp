@@ -11,8 +11,6 @@
 
 namespace {
 
-
-
 using Plane = std::vector<double>;
 
 Plane RandomPlane(int w, int h) {
@@ -106,11 +104,9 @@ TEST(GuidedFilter, MatchesCoreOnEveryLayout) {
         const bool joint = iter % 2 == 0;
         const vtest::Image guide = joint ? vtest::DestFor(src, 0x5A) : src;
         SCOPED_TRACE(testing::Message() << " r" << r << " eps " << eps << (joint ? " joint" : ""));
-        // Padding and alpha compared too; in place, bytes the filter skips keep
-        // the buffer's own values.
-        EXPECT_TRUE(vtest::FilterMatches(
-            src, [&](const uint8_t* s, auto... a) { GuidedFilter(s, joint ? guide.data() : s, a..., r, eps); },
-            [&](std::vector<uint8_t> d) { return ReferenceGuided(src, guide, d, r, eps); }));
+        // Padding and alpha compared too; in place, bytes the filter skips keep the buffer's own values.
+        auto filter = [&](const uint8_t* s, auto... a) { GuidedFilter(s, joint ? guide.data() : s, a..., r, eps); };
+        EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto d) { return ReferenceGuided(src, guide, d, r, eps); }));
         if (joint) {  // the guide as destination
             vtest::Image g = guide;
             velomar::GuidedFilter(src.data(), g.data(), g.data(), src.width, src.height, src.stride, r, eps);
@@ -118,12 +114,11 @@ TEST(GuidedFilter, MatchesCoreOnEveryLayout) {
         }
     }
     const vtest::Image src = vtest::RandomImage(6, 4, 2);  // two bytes per pixel
-    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
-        [&](uint8_t* d) { GuidedFilter(src.data(), src.data(), d, 6, 4, src.stride, 2, 0.01); },
-        [&](uint8_t* d) { GuidedFilter(src.data(), nullptr, d, 6, 4, src.stride, 2, 0.01); },
-        [&](uint8_t* d) { GuidedFilter(src.data(), src.data(), d, 0, 4, src.stride, 2, 0.01); },
-        [&](uint8_t* d) { GuidedFilter(src.data(), src.data(), d, 6, 4, src.stride, -1, 0.01); },
-    }));
+    const uint8_t* s = src.data();
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {[&](uint8_t* d) {
+        GuidedFilter(s, s, d, 6, 4, 12, 2, 0.01), GuidedFilter(s, nullptr, d, 6, 4, 12, 2, 0.01);
+        GuidedFilter(s, s, d, 0, 4, 12, 2, 0.01), GuidedFilter(s, s, d, 6, 4, 12, -1, 0.01);
+    }}));
 }
 
 // Radii far beyond the image once made the first window of every box mean
@@ -133,9 +128,7 @@ TEST(GuidedFilter, HugeRadiiCostTheImageNotTheRadius) {
     const vtest::Image src = vtest::RandomImage(16, 16, 1);
     auto twice = [&](auto filter) {
         vtest::Image a = src, b = src, in = src;
-        filter(src.data(), a.data());
-        filter(src.data(), b.data());
-        filter(in.data(), in.data());
+        filter(src.data(), a.data()), filter(src.data(), b.data()), filter(in.data(), in.data());
         EXPECT_EQ(a.bytes, b.bytes);
         EXPECT_EQ(a.bytes, in.bytes);
     };
@@ -236,28 +229,25 @@ TEST(BilateralFilter, MatchesDirectLevelInterpolation) {
         const vtest::Image guide = !joint ? src : iter % 7 ? noise : vtest::Flat(noise, 77);
         SCOPED_TRACE(testing::Message() << " ds " << p.downsample << " sS " << p.sigmaSpatial << " sR " << p.sigmaRange
                                         << " flag " << p.flag << (joint ? " joint" : ""));
-        // Padding and alpha compared too; in place, pixels left unwritten keep
-        // what that buffer held.
-        EXPECT_TRUE(vtest::FilterMatches(
-            src, [&](const uint8_t* s, uint8_t* d, auto...) { RunFilter(src, s, joint ? guide.data() : s, d, p); },
-            [&](std::vector<uint8_t> d) { return Reference(src, guide, d, p); }));
+        // Padding and alpha compared too; in place, pixels left unwritten keep what that buffer held.
+        auto filter = [&](const uint8_t* s, uint8_t* d, auto...) { RunFilter(src, s, joint ? guide.data() : s, d, p); };
+        EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto d) { return Reference(src, guide, d, p); }));
         if (joint) {  // over the guide
             vtest::Image g = guide;
             RunFilter(src, src.data(), g.data(), g.data(), p);
             EXPECT_TRUE(vtest::BytesEqual(Reference(src, guide, guide.bytes, p), g.bytes)) << src;
         }
     }
-    const vtest::Image two = vtest::RandomImage(6, 4, 2);  // two bytes per pixel
-    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(6, 4, 2), {
-        [&](uint8_t* d) { RunFilter(two, two.data(), two.data(), d, {0, 10, 10, 1}); },
-        [&](uint8_t* d) { RunFilter(two, two.data(), nullptr, d, {0, 10, 10, 1}); },
-        [&](uint8_t* d) { BilateralFilter(two.data(), two.data(), d, 0, 4, two.stride, 0, 10, 10, 1); },
-    }));
+    const vtest::Image two = vtest::RandomImage(6, 4, 2);  // two bytes per pixel, no guide, no pixels
+    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(6, 4, 2), {[&](uint8_t* d) {
+        RunFilter(two, two.data(), two.data(), d, {0, 10, 10, 1}), RunFilter(two, two.data(), nullptr, d, {0, 10, 10, 1});
+        BilateralFilter(two.data(), two.data(), d, 0, 4, two.stride, 0, 10, 10, 1);
+    }}));
 }
 
+// Stride != Width on grey buffers mixes rows (callers avoid it), but the
+// padding is never written and nothing outside the buffer is touched.
 TEST(BilateralFilter, PaddedGreyRowsStayInsideTheBuffer) {
-    // Stride != Width on grey buffers mixes rows (callers avoid it), but the
-    // padding is never written and nothing outside the buffer is touched.
     for (int ds : {0, 1, 3})
         for (int flag : {0, 1}) {
             const vtest::Image src = vtest::RandomSmoothImage(10, 9, 1, 7, 0xEE);
