@@ -32,7 +32,8 @@ TEST(Transforms1D, MatchTheDirectSumsAndTheDctRoundTrips) {
             ASSERT_NEAR(walsh[k], s / n, 1e-6 * norm) << "Walsh n " << n << " k " << k;
         }
         velomar::DCT1D(dct.data(), n, 1);
-        for (int k = 0; k <= n; ++k) ASSERT_NEAR(dct[k], x[k], k < n ? 1e-2 : 0) << "round trip, n " << n << " k " << k;
+        // Exact at length one (sqrt(2) / sqrt(2)) and past the end.
+        for (int k = 0; k <= n; ++k) ASSERT_NEAR(dct[k], x[k], k < n && n > 1 ? 1e-2 : 0) << "round trip, n " << n << " k " << k;
         ASSERT_EQ(walsh[n], x[n]);
     }
 }
