@@ -352,21 +352,37 @@ void HazeRemovalBasedonContrastEnhancement(const uint8_t* Src, uint8_t* Dest, in
     // Each block takes the candidate that maximises the contrast of its
     // recovered values (their variance, the source's over t squared) minus
     // LossWeight times their mean clipping penalty; ties go to the smaller t.
+    // The sums run over each channel's values in increasing order; empty
+    // bins would add nothing, so only the values present are visited (a block
+    // of a few pixels then costs a few terms, not 256 per channel).
+    uint32_t hist[3][256] = {};
+    uint8_t present[3][256];
     for (int32_t by = 0; by < Height; by += BlockSize) {
         const int32_t y1 = std::min(Height, by + BlockSize);
         for (int32_t bx = 0; bx < Width; bx += BlockSize) {
             const int32_t x1 = std::min(Width, bx + BlockSize);
-            uint32_t hist[3][256] = {};
+            int32_t distinct[3] = {};
             for (int32_t y = by; y < y1; ++y) {
                 const uint8_t* s = Src + size_t(y) * Stride + 3 * size_t(bx);
                 for (int32_t x = bx; x < x1; ++x, s += 3)
-                    for (int32_t c = 0; c < 3; ++c) ++hist[c][s[c]];
+                    for (int32_t c = 0; c < 3; ++c)
+                        if (hist[c][s[c]]++ == 0) present[c][distinct[c]++] = s[c];
+            }
+            for (int32_t c = 0; c < 3; ++c) {
+                if (distinct[c] <= 32) {
+                    std::sort(present[c], present[c] + distinct[c]);
+                } else {
+                    distinct[c] = 0;
+                    for (int32_t v = 0; v < 256; ++v)
+                        if (hist[c][v]) present[c][distinct[c]++] = uint8_t(v);
+                }
             }
             const double count = double(y1 - by) * (x1 - bx) * 3;
             double variance = 0;
             for (int32_t c = 0; c < 3; ++c) {
                 double sum = 0, squares = 0;
-                for (int32_t v = 0; v < 256; ++v) {
+                for (int32_t i = 0; i < distinct[c]; ++i) {
+                    const int32_t v = present[c][i];
                     sum += double(hist[c][v]) * v;
                     squares += double(hist[c][v]) * v * v;
                 }
@@ -378,11 +394,16 @@ void HazeRemovalBasedonContrastEnhancement(const uint8_t* Src, uint8_t* Dest, in
             for (int32_t k = 0; k < kCandidates; ++k) {
                 double loss = 0;
                 for (int32_t c = 0; c < 3; ++c)
-                    for (int32_t v = 0; v < 256; ++v) loss += hist[c][v] * penalty[(k * 3 + c) * 256 + v];
+                    for (int32_t i = 0; i < distinct[c]; ++i) {
+                        const int32_t v = present[c][i];
+                        loss += hist[c][v] * penalty[(k * 3 + c) * 256 + v];
+                    }
                 const double t = (k + 2) * 0.05;
                 const double cost = LossWeight * loss / count - variance / (t * t);
                 if (cost < bestCost) bestCost = cost, best = k;
             }
+            for (int32_t c = 0; c < 3; ++c)
+                for (int32_t i = 0; i < distinct[c]; ++i) hist[c][present[c][i]] = 0;
             const uint8_t t = static_cast<uint8_t>(TruncToInt((best + 2) * 0.05 * 255 + 0.5));
             for (int32_t y = by; y < y1; ++y) std::memset(T.data() + size_t(y) * Width + bx, t, size_t(x1 - bx));
         }
