@@ -5,16 +5,21 @@
 # build/fuzz/corpus-NAME) for the given seconds; any crash, leak, timeout or
 # excess memory fails the run and leaves the input in build/fuzz/findings.
 # Named inputs in tests/fuzz/regressions/NAME (earlier findings) run first.
-#   fuzz.sh [--seconds N] [--jobs J]    (CI: a few seconds; make fuzz: an hour)
+#   fuzz.sh [--seconds N] [--jobs J] [--timeout T] [--only NAME]
+#                                       (CI: a few seconds; make fuzz: an hour)
 #   fuzz.sh --merge                     refresh the committed corpora
+# The timeout (seconds of wall time for one input, 20 by default) counts
+# time the machine gives to other work: raise it on a busy machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-seconds=10 jobs=1 merge=0
+seconds=10 jobs=1 merge=0 timeout=20 only=
 while [ $# -gt 0 ]; do
   case $1 in
     --seconds) seconds=$2; shift 2 ;;
     --jobs) jobs=$2; shift 2 ;;
     --merge) merge=1; shift ;;
+    --timeout) timeout=$2; shift 2 ;;
+    --only) only=$2; shift 2 ;;
     *) echo "unknown option $1"; exit 2 ;;
   esac
 done
@@ -28,6 +33,7 @@ mkdir -p "$findings"
 status=0
 for harness in tests/fuzz/*_fuzzer.cpp; do
   name=$(basename "$harness" _fuzzer.cpp)
+  [ -z "$only" ] || [ "$only" = "$name" ] || continue
   exe=build/fuzz/tests/fuzz/${name}_fuzzer
   corpus=build/fuzz/corpus-$name
   mkdir -p "$corpus"
@@ -54,19 +60,22 @@ for harness in tests/fuzz/*_fuzzer.cpp; do
       status=1
     fi
   done
-  log=build/fuzz/$name.log
-  if "$exe" "$corpus" -max_total_time="$seconds" -jobs="$jobs" -workers="$jobs" -rss_limit_mb=4096 -timeout=20 \
-       -artifact_prefix="$findings/$name-" -print_final_stats=1 > "$log" 2>&1; then
-    runs=$(grep -h 'stat::number_of_executed_units' "$log" fuzz-*.log 2>/dev/null | awk '{s += $2} END {print s + 0}')
+  # The workers' logs (fuzz-N.log) go to a folder of the harness's own, so
+  # that harnesses can run at the same time.
+  log=$PWD/build/fuzz/$name.log work=$PWD/build/fuzz/jobs-$name
+  rm -rf "$work" && mkdir -p "$work"
+  if (cd "$work" && "$OLDPWD/$exe" "$OLDPWD/$corpus" -max_total_time="$seconds" -jobs="$jobs" -workers="$jobs" \
+        -rss_limit_mb=4096 -timeout="$timeout" -artifact_prefix="$findings/$name-" -print_final_stats=1) > "$log" 2>&1; then
+    # Counted from the workers' own logs: the main log repeats each of them.
+    runs=$(grep -h 'stat::number_of_executed_units' "$work"/fuzz-*.log 2>/dev/null | awk '{s += $2} END {print s + 0}')
     echo "$name: no finding in $seconds s ($runs executions)"
     # A harness that counts its executions per export prints them at exit.
-    grep -h '^executions per export:' "$log" fuzz-*.log 2>/dev/null | tr ' ' '\n' | grep '=' |
+    grep -h '^executions per export:' "$work"/fuzz-*.log 2>/dev/null | tr ' ' '\n' | grep '=' |
       awk -F= '{n[$1] += $2} END {for (k in n) printf "  %s %d\n", k, n[k]}' | sort || true
   else
-    echo "FAIL: $name found something (log: $log, input in $findings):"
-    grep -h -E 'ERROR|runtime error|SUMMARY' "$log" fuzz-*.log 2>/dev/null | head -5
+    echo "FAIL: $name found something (log: $log and $work, input in $findings):"
+    grep -h -E 'ERROR|runtime error|SUMMARY' "$work"/fuzz-*.log 2>/dev/null | head -5
     status=1
   fi
-  rm -f fuzz-*.log
 done
 exit $status

@@ -16,9 +16,9 @@
 namespace {
 
 // Allocations above this fail (the fuzz runs set max_allocation_size_mb to
-// 1024); calls that would make between 16 MB and that much are skipped as
-// slow.
-constexpr int64_t kFailsAbove = int64_t(1) << 30, kSlowAbove = int64_t(16) << 20;
+// 1024); calls that would read or make between 1 MB and that much are
+// skipped as slow (sizes past the 32-bit fields are still checked).
+constexpr int64_t kFailsAbove = int64_t(1) << 30, kSlowAbove = int64_t(1) << 20;
 
 int64_t ElementSize(int32_t depth) {
     const int64_t sizes[] = {1, 1, 2, 4, 4, 8};  // 8U, 8S, 16S, 32S, 32F, 64F
@@ -175,9 +175,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // a depth other than 8 bits as a bad parameter.
         else if (op == 4 && s.m.Channel != 3 && s.m.Depth != DEPTH_8U) expected = STATUS_INVALID_PARAMETER;
         else if (!backed) return 0;
-        // FFTConv2 transforms planes of about (Width + 2 KW) x (Height + 2 KH):
-        // large kernels make one input take seconds, so they are left out.
+        // FFTConv2 transforms planes of about (Width + 2 KW) x (Height + 2 KH),
+        // and Conv2 takes KW x KH products a sample: large kernels make one
+        // input take seconds, so they are left out.
         else if (op == 5 && (int64_t(s.m.Width) + 2 * k.m.Width) * (int64_t(s.m.Height) + 2 * k.m.Height) > (1 << 14))
+            return 0;
+        else if (op == 4 && int64_t(s.m.Width) * s.m.Height * s.m.Channel * k.m.Width * k.m.Height > (1 << 18))
             return 0;
         else expected = STATUS_OK;
     } else if (expected == STATUS_OK) {
