@@ -33,11 +33,6 @@ int TopRowMean(const Image& img) {
     return sum / (used * img.height);
 }
 
-uint8_t LevelCurve(int i) {
-    const double v = i < 30 ? 10 : i > 220 ? 240 : std::pow((i - 30) / 190.0, 1 / 1.7) * 230 + 10;
-    return uint8_t(int(std::clamp(v, 0.0, 255.0)));
-}
-
 uint8_t BrightnessContrastCurve(int i, int b, int c, int m) {
     const int64_t v = std::clamp<int64_t>(int64_t(i) + b, 0, 255);
     if (c == 100) return m < v ? 255 : 0;
@@ -46,49 +41,34 @@ uint8_t BrightnessContrastCurve(int i, int b, int c, int m) {
     return uint8_t(std::clamp<int64_t>(t + b, 0, 255));
 }
 
-// A curve export over a layout, and its table entry i for a given source.
-struct Curve {
-    std::string name;
-    std::function<void(const Image&, const uint8_t*, uint8_t*)> run;
-    std::function<uint8_t(const Image&, int)> level;
-};
-
-std::vector<Curve> Curves() {
-    std::vector<Curve> curves;
-    for (double g : {0.3, 1.0, 2.2, -0.5})  // out of range (+infinity too) converts like x86: to 0
-        curves.push_back({"gamma " + std::to_string(g),
-                          [=](const Image& i, const uint8_t* s, uint8_t* d) {
-                              GammaCorrection(s, d, i.width, i.height, i.stride, g);
-                          },
-                          [=](const Image&, int i) { return vtest::TruncClamp(std::pow(i / 255.0, g) * 255.0); }});
-    curves.push_back({"level",
-                      [](const Image& i, const uint8_t* s, uint8_t* d) {
-                          Level(s, d, i.width, i.height, i.stride, 30, 1.7, 220, 10, 240);
-                      },
-                      [](const Image&, int i) { return LevelCurve(i); }});
-    // Extreme offsets and contrasts (once signed overflows) clamp like any other.
-    for (auto [b, c] : {std::pair{0, 0}, {20, 50}, {-30, 100}, {10, -40}, {0, 150}, {-5, 99}, {0, INT_MIN},
-                        {INT_MAX, 0}, {INT_MAX, 50}, {INT_MIN, -50}, {INT_MAX, -1}, {7, INT_MAX}})
-        curves.push_back({"brightness " + std::to_string(b) + " contrast " + std::to_string(c),
-                          [=](const Image& i, const uint8_t* s, uint8_t* d) {
-                              AdjustBrightnessAndContrast(s, d, i.width, i.height, i.stride, b, c);
-                          },
-                          [=](const Image& src, int i) { return BrightnessContrastCurve(i, b, c, TopRowMean(src)); }});
-    return curves;
+// A curve export against its table (entry i of `level(src, i)`) in every
+// layout: grey with padding (mapped too), three bytes, four bytes, and a
+// padding of at least Width bytes (skip = Stride % Width).
+template <class Run, class Entry>
+void CheckCurve(const std::string& name, Run run, Entry level) {
+    for (auto [w, c, pad] : {std::tuple{13, 1, 3}, {7, 3, 1}, {6, 4, 0}, {4, 3, 5}, {1, 3, 0}, {31, 3, 2}}) {
+        const Image src = vtest::RandomImage(w, 6, c, pad);
+        uint8_t table[256];
+        for (int i = 0; i < 256; ++i) table[i] = level(src, i);
+        EXPECT_TRUE(vtest::FilterMatches(src, run, [&](std::vector<uint8_t> d) { return ApplyDirect(src, table, d); }))
+            << name;
+    }
 }
 
 TEST(CurveExports, MatchDirectTablesInEveryLayout) {
-    for (const Curve& curve : Curves())
-        // Grey with padding (mapped too), three bytes, four bytes, and a
-        // padding of at least Width bytes (skip = Stride % Width).
-        for (auto [w, c, pad] : {std::tuple{13, 1, 3}, {7, 3, 1}, {6, 4, 0}, {4, 3, 5}, {1, 3, 0}, {31, 3, 2}}) {
-            const Image src = vtest::RandomImage(w, 6, c, pad);
-            uint8_t table[256];
-            for (int i = 0; i < 256; ++i) table[i] = curve.level(src, i);
-            EXPECT_TRUE(vtest::FilterMatches(src, [&](const uint8_t* s, uint8_t* d, auto...) { curve.run(src, s, d); },
-                                             [&](std::vector<uint8_t> d) { return ApplyDirect(src, table, d); }))
-                << curve.name;
-        }
+    for (double g : {0.3, 1.0, 2.2, -0.5})  // out of range (+infinity too) converts like x86: to 0
+        CheckCurve("gamma " + std::to_string(g), [=](auto... a) { GammaCorrection(a..., g); },
+                   [=](const Image&, int i) { return vtest::TruncClamp(std::pow(i / 255.0, g) * 255.0); });
+    CheckCurve("level", [](auto... a) { Level(a..., 30, 1.7, 220, 10, 240); }, [](const Image&, int i) {
+        const double v = i < 30 ? 10 : i > 220 ? 240 : std::pow((i - 30) / 190.0, 1 / 1.7) * 230 + 10;
+        return uint8_t(int(std::clamp(v, 0.0, 255.0)));
+    });
+    // Extreme offsets and contrasts (once signed overflows) clamp like any other.
+    for (auto [b, c] : {std::pair{0, 0}, {20, 50}, {-30, 100}, {10, -40}, {0, 150}, {-5, 99}, {0, INT_MIN},
+                        {INT_MAX, 0}, {INT_MAX, 50}, {INT_MIN, -50}, {INT_MAX, -1}, {7, INT_MAX}})
+        CheckCurve("brightness " + std::to_string(b) + " contrast " + std::to_string(c),
+                   [=](auto... a) { AdjustBrightnessAndContrast(a..., b, c); },
+                   [=](const Image& src, int i) { return BrightnessContrastCurve(i, b, c, TopRowMean(src)); });
 }
 
 TEST(Level, ClampsParametersIntoTheirRanges) {
@@ -111,7 +91,7 @@ TEST(Level, ClampsParametersIntoTheirRanges) {
 // pixel compare their sum with 3 T.
 TEST(Threshold, StrictlyGreaterInBothLayouts) {
     for (int t : {-1, 0, 128, 200, 255, 400}) {
-        Image grey = vtest::RandomImage(37, 9, 1, 3), bgr = vtest::RandomImage(11, 4, 3, 2);  // grey: vector body plus tail
+        Image grey = vtest::RandomImage(37, 9, 1, 3), bgr = vtest::RandomImage(11, 4, 3, 2);  // grey: body plus tail
         grey.bytes[0] = 128, grey.bytes[1] = 129;
         bgr.at(1, 0, 0) = bgr.at(1, 0, 1) = bgr.at(1, 0, 2) = uint8_t(std::clamp(t, 0, 255));  // a sum of 3 T
         for (const Image& src : {grey, bgr})

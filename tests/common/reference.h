@@ -28,8 +28,6 @@ inline int MapEdge(int64_t p, int64_t n, int mode) {
     return int(v);
 }
 
-inline int Reflect(int64_t p, int64_t n) { return MapEdge(p, n, 1); }
-
 // Byte offset of channel `c` of pixel (x, y) when pixels lie `walk` bytes apart.
 inline size_t Offset(const Image& img, int x, int y, int walk, int c) {
     return size_t(y) * img.stride + size_t(x) * walk + c;

@@ -1,8 +1,6 @@
-// Helpers shared by the filter suites: per-plane references, the treated
-// bytes of each row, and a layout holding other bytes.
+// Helpers shared by the filter suites: per-plane references and the treated
+// bytes of each row.
 #pragma once
-
-#include <utility>
 
 #include "common/reference.h"
 
@@ -23,12 +21,6 @@ template <class F>
 void EachRowByte(const Image& img, int run, F f) {
     for (int y = 0; y < img.height; ++y)
         for (int x = 0; x < run; ++x) f(size_t(y) * img.stride + x);
-}
-
-// The layout of `img` holding `bytes`.
-inline Image WithBytes(Image img, std::vector<uint8_t> bytes) {
-    img.bytes = std::move(bytes);
-    return img;
 }
 
 }  // namespace vtest

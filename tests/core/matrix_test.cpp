@@ -7,34 +7,30 @@
 
 namespace {
 
-TEST(CreateMatrix, RowLengthPadsToFourBytes) {
+// A step of 0 marks a refused shape, which leaves Out as it was.
+TEST(CreateMatrix, RowLengthPadsToFourBytesAndBadShapesAreRefused) {
     struct Case { int w, h, depth, channel, step; } cases[] = {
-        {1, 1, DEPTH_8U, 1, 4}, {3, 1, DEPTH_8U, 3, 12}, {1, 1, DEPTH_64F, 3, 24},
-        {5, 2, DEPTH_16S, 1, 12}, {7, 3, DEPTH_8U, 3, 24}, {2, 2, DEPTH_32F, 4, 32},
+        {1, 1, DEPTH_8U, 1, 4},  {3, 1, DEPTH_8U, 3, 12}, {1, 1, DEPTH_64F, 3, 24}, {5, 2, DEPTH_16S, 1, 12},
+        {7, 3, DEPTH_8U, 3, 24}, {2, 2, DEPTH_32F, 4, 32}, {0, 1, DEPTH_8U, 1, 0},   {1, -1, DEPTH_8U, 1, 0},
+        {1, 1, 6, 1, 0},         {1, 1, -1, 1, 0},         {1, 1, DEPTH_8U, 0, 0},   {1, 1, DEPTH_8U, 5, 0},
+        {0, 1, 9, 9, 0},
     };
+    Matrix sentinel{};
     for (const auto& c : cases) {
-        Matrix* m = nullptr;
-        ASSERT_EQ(VL_CreateMatrix(c.w, c.h, c.depth, c.channel, &m), STATUS_OK);
+        SCOPED_TRACE(::testing::Message() << c.w << "x" << c.h << " depth " << c.depth << " channels " << c.channel);
+        Matrix* m = &sentinel;
+        const Status status = VL_CreateMatrix(c.w, c.h, c.depth, c.channel, &m);
+        if (c.step == 0) {
+            EXPECT_EQ(status, STATUS_INVALID_PARAMETER);
+            EXPECT_EQ(m, &sentinel);
+            continue;
+        }
+        ASSERT_EQ(status, STATUS_OK);
         ASSERT_TRUE(m != nullptr && m->Data != nullptr);
         EXPECT_EQ(std::make_tuple(m->WidthStep, m->Width, m->Height, m->Depth, m->Channel, m->Reserved),
-                  std::make_tuple(c.step, c.w, c.h, c.depth, c.channel, 0))
-            << c.w << "x" << c.h << " depth " << c.depth;
+                  std::make_tuple(c.step, c.w, c.h, c.depth, c.channel, 0));
         m->Data[size_t(m->WidthStep) * c.h - 1] = 7;  // the whole block is ours
         EXPECT_EQ(VL_FreeMatrix(&m), STATUS_OK);
-    }
-}
-
-TEST(CreateMatrix, BadArgumentsLeaveOutUntouched) {
-    Matrix sentinel{}, *const marker = &sentinel;
-    struct Case { int w, h, depth, channel; } cases[] = {
-        {0, 1, DEPTH_8U, 1}, {1, -1, DEPTH_8U, 1}, {1, 1, 6, 1},
-        {1, 1, -1, 1},       {1, 1, DEPTH_8U, 0},  {1, 1, DEPTH_8U, 5}, {0, 1, 9, 9},
-    };
-    for (const auto& c : cases) {
-        Matrix* m = marker;
-        EXPECT_EQ(VL_CreateMatrix(c.w, c.h, c.depth, c.channel, &m), STATUS_INVALID_PARAMETER)
-            << c.w << "x" << c.h << " depth " << c.depth << " channels " << c.channel;
-        EXPECT_EQ(m, marker);
     }
 }
 
@@ -65,7 +61,7 @@ TEST(FreeMatrix, ReportsMissingRecordAndMissingData) {
 }
 
 // The preamble, through Invert: nulls, then shape in field order, then depth.
-TEST(MatrixPreamble, ReportsTheFirstFailingCheck) {
+TEST(MatrixPreamble, ReportsTheFirstFailingCheckAndRefusesMalformedRecords) {
     uint8_t a[64] = {}, b[64] = {};
     Matrix src{4, 4, 4, 1, DEPTH_8U, a, 0}, dst{4, 4, 4, 1, DEPTH_8U, b, 0};
 
@@ -84,26 +80,21 @@ TEST(MatrixPreamble, ReportsTheFirstFailingCheck) {
     s16.Channel = d16.Channel = 1;
     EXPECT_EQ(Desaturate(&s16, &d16), STATUS_INVALID_PARAMETER);
 
-    for (uint8_t v : b) EXPECT_EQ(v, 0);  // nothing written on any rejection
-}
-
-// Records that cannot describe their own pixels once made Invert, Posterize
-// and Desaturate walk outside them or report success. They are bad parameters,
-// reported after the shape comparison and before the depth.
-TEST(MatrixPreamble, MalformedRecordsAreBadParameters) {
-    uint8_t a[64] = {}, b[64] = {};
+    // Records that cannot describe their own pixels once made Invert, Posterize
+    // and Desaturate walk outside them or report success. They are bad
+    // parameters, reported after the shape comparison and before the depth.
     struct Shape { int w, h, step, channel; };
     for (Shape bad : {Shape{0, 4, 4, 1}, {4, 0, 4, 1}, {4, 4, 4, 0}, {4, 4, 36, 9}, {7, 5, 7, 3}, {7, 5, 7, 4},
                       {7, 5, -8, 3}, {-3, 2, 4, 1}}) {
-        Matrix src{bad.w, bad.h, bad.step, bad.channel, DEPTH_8U, a, 0}, dst = src;
-        dst.Data = b;
-        EXPECT_EQ(Invert(&src, &dst), STATUS_INVALID_PARAMETER) << bad.w << "x" << bad.h << " step " << bad.step;
-        EXPECT_EQ(Posterize(&src, &dst, 4), STATUS_INVALID_PARAMETER);
-        EXPECT_EQ(Desaturate(&src, &dst), STATUS_INVALID_PARAMETER);
-        src.Depth = dst.Depth = DEPTH_16S;  // still a parameter error, not a depth one
-        EXPECT_EQ(Invert(&src, &dst), STATUS_INVALID_PARAMETER);
+        Matrix bs{bad.w, bad.h, bad.step, bad.channel, DEPTH_8U, a, 0}, bd = bs;
+        bd.Data = b;
+        EXPECT_EQ(Invert(&bs, &bd), STATUS_INVALID_PARAMETER) << bad.w << "x" << bad.h << " step " << bad.step;
+        EXPECT_EQ(Posterize(&bs, &bd, 4), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(Desaturate(&bs, &bd), STATUS_INVALID_PARAMETER);
+        bs.Depth = bd.Depth = DEPTH_16S;  // still a parameter error, not a depth one
+        EXPECT_EQ(Invert(&bs, &bd), STATUS_INVALID_PARAMETER);
     }
-    for (uint8_t v : b) ASSERT_EQ(v, 0);
+    for (uint8_t v : b) ASSERT_EQ(v, 0);  // nothing written on any rejection
 }
 
 }  // namespace

@@ -14,25 +14,16 @@ std::vector<uint8_t> DirectEntropy(const Image& src, int r, int mode, std::vecto
     const double inv_n = 1.0 / n;
     std::vector<double> table(size_t(n) + 1, 0.0), e(src.bytes.size());
     for (int k = 1; k <= n; ++k) table[size_t(k)] = (-k * inv_n) * (std::log(k * inv_n) / std::log(2.0));
-    for (int c = 0; c < walk; ++c) {
-        double lo = 1.7976931348623157e308, hi = -1.7976931348623157e308;
-        for (int y = 0; y < src.height; ++y)
-            for (int x = 0; x < src.width; ++x) {
-                int hist[256] = {};
-                for (int v : vtest::Neighbourhood(src, x, y, c, r, mode, walk)) ++hist[v];
-                double s = 0;
-                for (int b = 0; b < 256; ++b) s += table[size_t(hist[b])];
-                e[vtest::Offset(src, x, y, walk, c)] = s;
-                lo = std::min(lo, s);
-                hi = std::max(hi, s);
-            }
-        const double g = hi == lo ? 0.0 : 255.0 / (hi - lo);
-        for (int y = 0; y < src.height; ++y)
-            for (int x = 0; x < src.width; ++x) {
-                const size_t i = vtest::Offset(src, x, y, walk, c);
-                out[i] = uint8_t(int((e[i] - lo) * g));
-            }
-    }
+    std::vector<double> lo(walk, 1.7976931348623157e308), hi(walk, -1.7976931348623157e308);
+    vtest::EachSample(src, walk, [&](int x, int y, int c, size_t i) {
+        int hist[256] = {};
+        for (int v : vtest::Neighbourhood(src, x, y, c, r, mode, walk)) ++hist[v];
+        for (int b = 0; b < 256; ++b) e[i] += table[size_t(hist[b])];
+        lo[c] = std::min(lo[c], e[i]), hi[c] = std::max(hi[c], e[i]);
+    });
+    vtest::EachSample(src, walk, [&](int, int, int c, size_t i) {
+        out[i] = uint8_t(int((e[i] - lo[c]) * (hi[c] == lo[c] ? 0.0 : 255.0 / (hi[c] - lo[c]))));
+    });
     return out;
 }
 

@@ -87,7 +87,7 @@ TEST_F(HostTest, ArgumentErrorsAreReportedWithNonZeroExit) {
     EXPECT_NE(r.err.find("status 4 (invalid parameter)"), std::string::npos) << r.err;
 }
 
-TEST_F(HostTest, VersionAndHelpNameRangesAndDefaults) {
+TEST_F(HostTest, VersionHelpAndListNameRangesAndDefaults) {
     Result v = Cli({"--version"});
     EXPECT_EQ(v.code, 0);
     EXPECT_EQ(v.out, std::string("velomar ") + VELOMAR_VERSION_STRING + "\n");
@@ -98,6 +98,13 @@ TEST_F(HostTest, VersionAndHelpNameRangesAndDefaults) {
         EXPECT_NE(r.out.find("--Radius <int> = 5  [1..127]"), std::string::npos) << r.out;
         EXPECT_NE(r.out.find("--Percent <int> = 50  [0..100]"), std::string::npos) << r.out;
     }
+    Result r = Cli({"list"});
+    ASSERT_EQ(r.code, 0);
+    for (const host::Op& op : host::Ops()) {
+        EXPECT_NE(r.out.find(op.name + "  ("), std::string::npos) << op.name;
+        for (const host::Param& p : op.params) EXPECT_NE(r.out.find("--" + p.name), std::string::npos);
+    }
+    EXPECT_NE(r.out.find("--Gamma <float> = 0.6"), std::string::npos);
 }
 
 // Names and values in either spelling, formats chosen by the extension, PNG
@@ -177,16 +184,6 @@ TEST_F(HostTest, BatchRunsEveryFileAndCountsFailures) {
     }
     args.pop_back();
     EXPECT_EQ(Cli(args).code, 0);
-}
-
-TEST_F(HostTest, ListShowsEveryExportWithItsDefaults) {
-    Result r = Cli({"list"});
-    ASSERT_EQ(r.code, 0);
-    for (const host::Op& op : host::Ops()) {
-        EXPECT_NE(r.out.find(op.name + "  ("), std::string::npos) << op.name;
-        for (const host::Param& p : op.params) EXPECT_NE(r.out.find("--" + p.name), std::string::npos);
-    }
-    EXPECT_NE(r.out.find("--Gamma <float> = 0.6"), std::string::npos);
 }
 
 // Every export in its family's section, on every image that could be read;
