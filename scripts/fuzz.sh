@@ -8,8 +8,9 @@
 #   fuzz.sh [--seconds N] [--jobs J] [--timeout T] [--only NAME]
 #                                       (CI: a few seconds; make fuzz: an hour)
 #   fuzz.sh --merge                     refresh the committed corpora
-# The timeout (seconds of wall time for one input, 20 by default) counts
-# time the machine gives to other work: raise it on a busy machine.
+# The timeout (seconds of wall time for one input, 20 by default, also for
+# the regression inputs) counts time the machine gives to other work: raise
+# it on a busy machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=10 jobs=1 merge=0 timeout=20 only=
@@ -51,7 +52,7 @@ for harness in tests/fuzz/*_fuzzer.cpp; do
   # decodes to its export (the harness's table changed) fails the run.
   for input in tests/fuzz/regressions/$name/*; do
     [ -f "$input" ] || continue
-    if ! shown=$(VELOMAR_FUZZ_SHOW=1 "$exe" -timeout=10 -rss_limit_mb=4096 "$input" 2>&1); then
+    if ! shown=$(VELOMAR_FUZZ_SHOW=1 "$exe" -timeout="$timeout" -rss_limit_mb=4096 "$input" 2>&1); then
       echo "FAIL: $name regression $(basename "$input"):"
       echo "$shown" | grep -E 'ERROR|runtime error|SUMMARY|timeout' | head -5
       status=1
