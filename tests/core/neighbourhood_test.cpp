@@ -1,5 +1,4 @@
-// Sliding-histogram helpers: counter adds and subtracts modulo 65536, and the
-// border tables under both edge rules.
+// Sliding-histogram counters: adds and subtracts wrap modulo 65536.
 #include "common/reference.h"
 #include "core/neighbourhood.h"
 
@@ -19,23 +18,6 @@ TEST(SlidingHistogram, AddAndSubtractWrapModulo65536) {
         for (int i = 0; i < 256; ++i) acc[i] = start[i];
         velomar::HistogramSub(acc.data(), hist.data());
         for (int i = 0; i < 256; ++i) ASSERT_EQ(acc[i], uint16_t((start[i] - hist[i] + 65536) % 65536)) << "bin " << i;
-    }
-}
-
-TEST(SlidingHistogram, BorderTablesFollowTheEdgeRule) {
-    for (int trial = 0; trial < 300; ++trial) {
-        const int width = RandomInt(1, 12), height = RandomInt(1, 12);
-        const int radius = RandomInt(0, 30);  // often wider than the image
-        const int stride = width * RandomInt(1, 4) + RandomInt(0, 3);
-        const int edge_mode = RandomInt(0, 2);  // 2 reflects like 1
-        std::vector<int32_t> columns(width + 2 * radius), rows(height + 2 * radius);
-        velomar::BuildBorderTables(radius, width, height, stride, edge_mode, columns.data(), rows.data());
-        for (int k = 0; k < width + 2 * radius; ++k)
-            ASSERT_EQ(columns[k], vtest::MapEdge(k - radius, width, edge_mode))
-                << "column " << k - radius << " of " << width << ", mode " << edge_mode;
-        for (int k = 0; k < height + 2 * radius; ++k)
-            ASSERT_EQ(rows[k], vtest::MapEdge(k - radius, height, edge_mode) * stride)
-                << "row " << k - radius << " of " << height << ", mode " << edge_mode;
     }
 }
 
