@@ -2,6 +2,7 @@
 // formulas and applied with the raw applier's walk, threshold and exposal
 // per byte, soft glow as a screen blend over the blurred, adjusted layer, the
 // Matrix forms byte by byte, and rejected calls.
+#include <array>
 #include <cmath>
 
 #include "adjust/adjust.h"
@@ -59,50 +60,23 @@ TEST(CurveExports, MatchDirectTablesInEveryLayout) {
     for (double g : {0.3, 1.0, 2.2, -0.5})  // out of range (+infinity too) converts like x86: to 0
         CheckCurve("gamma " + std::to_string(g), [=](auto... a) { GammaCorrection(a..., g); },
                    [=](const Image&, int i) { return vtest::TruncClamp(std::pow(i / 255.0, g) * 255.0); });
-    CheckCurve("level", [](auto... a) { Level(a..., 30, 1.7, 220, 10, 240); }, [](const Image&, int i) {
-        const double v = i < 30 ? 10 : i > 220 ? 240 : std::pow((i - 30) / 190.0, 1 / 1.7) * 230 + 10;
-        return uint8_t(int(std::clamp(v, 0.0, 255.0)));
-    });
+    // Level clamps its parameters into their ranges (InputLow 0..253, InputHigh 2..255, Gamma 0.01..9.99,
+    // outputs 0..255); a zero-width or reversed input range is a step from OutputLow to OutputHigh.
+    for (auto [il, g, ih, ol, oh] : {std::tuple{30, 1.7, 220, 10, 240}, {300, 1.0, 255, 0, 255}, {10, 1.0, 1, 0, 255},
+                                     {10, 0.0, 200, 0, 255}, {10, 50.0, 200, -9, 900}, {100, 1.0, 100, 20, 220}})
+        CheckCurve("level", [=](auto... a) { Level(a..., il, g, ih, ol, oh); }, [=](const Image&, int i) {
+            const int lo = std::clamp(il, 0, 253), hi = std::clamp(ih, 2, 255);
+            const int bottom = std::clamp(ol, 0, 255), top = std::clamp(oh, 0, 255);
+            const double t = std::pow(double(i - lo) / (hi - lo), 1 / std::clamp(g, 0.01, 9.99));
+            const double v = i < lo ? bottom : i > hi ? top : i == lo ? bottom : t * (top - bottom) + bottom;
+            return uint8_t(int(std::clamp(v, 0.0, 255.0)));
+        });
     // Extreme offsets and contrasts (once signed overflows) clamp like any other.
     for (auto [b, c] : {std::pair{0, 0}, {20, 50}, {-30, 100}, {10, -40}, {0, 150}, {-5, 99}, {0, INT_MIN},
                         {INT_MAX, 0}, {INT_MAX, 50}, {INT_MIN, -50}, {INT_MAX, -1}, {7, INT_MAX}})
         CheckCurve("brightness " + std::to_string(b) + " contrast " + std::to_string(c),
                    [=](auto... a) { AdjustBrightnessAndContrast(a..., b, c); },
                    [=](const Image& src, int i) { return BrightnessContrastCurve(i, b, c, TopRowMean(src)); });
-}
-
-TEST(Level, ClampsParametersIntoTheirRanges) {
-    Image src = vtest::RandomImage(16, 16, 1);
-    auto level = [&](int il, double g, int ih, int ol, int oh) {
-        Image out = src;
-        Level(src.data(), out.data(), 16, 16, 16, il, g, ih, ol, oh);
-        return out.bytes;
-    };
-    EXPECT_EQ(level(300, 1.0, 255, 0, 255), level(253, 1.0, 255, 0, 255));
-    EXPECT_EQ(level(10, 1.0, 1, 0, 255), level(10, 1.0, 2, 0, 255));
-    EXPECT_EQ(level(10, 0.0, 200, 0, 255), level(10, 0.01, 200, 0, 255));
-    EXPECT_EQ(level(10, 50.0, 200, -9, 900), level(10, 9.99, 200, 0, 255));
-    // A zero-width input range is defined: a step from OutputLow to OutputHigh.
-    auto step = level(100, 1.0, 100, 20, 220);
-    for (size_t i = 0; i < step.size(); ++i) EXPECT_EQ(step[i], src.bytes[i] > 100 ? 220 : 20);
-}
-
-// Grey maps every byte of the buffer, padding included; three bytes per
-// pixel compare their sum with 3 T.
-TEST(Threshold, StrictlyGreaterInBothLayouts) {
-    for (int t : {-1, 0, 128, 200, 255, 400}) {
-        Image grey = vtest::RandomImage(37, 9, 1, 3), bgr = vtest::RandomImage(11, 4, 3, 2);  // grey: body plus tail
-        grey.bytes[0] = 128, grey.bytes[1] = 129;
-        bgr.at(1, 0, 0) = bgr.at(1, 0, 1) = bgr.at(1, 0, 2) = uint8_t(std::clamp(t, 0, 255));  // a sum of 3 T
-        for (const Image& src : {grey, bgr})
-            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Threshold(a..., t); }, [&](std::vector<uint8_t> d) {
-                for (size_t i = 0; src.channels == 1 && i < d.size(); ++i) d[i] = src.bytes[i] > t ? 255 : 0;
-                vtest::EachSample(src, src.channels, [&](int x, int y, int, size_t i) {
-                    if (src.channels == 3) d[i] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2) > 3 * t ? 255 : 0;
-                });
-                return d;
-            })) << "threshold " << t;
-    }
 }
 
 // Invert complements every byte, padding included, in place too; the wider
@@ -175,18 +149,31 @@ TEST(RawForm, InvalidArgumentsTouchNothing) {
     }));
 }
 
-// Bytes above 127 become 255 - value, the others are left as Dest holds them.
-std::vector<uint8_t> DirectExposal(const vtest::Image& src, std::vector<uint8_t> dst) {
-    vtest::EachRowByte(src, src.stride / src.width == 1 ? src.width : 3 * src.width, [&](size_t i) {
-        if (src.bytes[i] > 127) dst[i] = uint8_t(255 - src.bytes[i]);
-    });
-    return dst;
-}
-
-TEST(Exposal, MatchesDirectRuleOnRandomLayouts) {
-    for (int trial = 0; trial < 40; ++trial) {
-        const vtest::Image src = vtest::SweepImage(trial, {1, 3, 4}, 50, 9, 49);
-        EXPECT_TRUE(vtest::FilterMatches(src, Exposal, [&](std::vector<uint8_t> d) { return DirectExposal(src, d); }));
+// Threshold: grey maps every byte of the buffer, padding included, by v > T;
+// wider layouts walk the first 3 * Width bytes of each row as three-byte
+// pixels whose sum is compared with 3 T. Exposal: of grey rows' Width bytes
+// or other rows' 3 * Width, those above 127 become 255 - value, the rest keep
+// what Dest holds.
+TEST(ThresholdAndExposal, MatchDirectRulesOnRandomLayouts) {
+    for (int trial = 0; trial < 42; ++trial) {
+        Image src = vtest::SweepImage(trial, {1, 3, 4}, 50, 9, 49);
+        const int t = std::array{-1, 0, 128, 200, 255, 400, vtest::RandomInt(0, 255)}[trial % 7];
+        for (int k = 0; k < std::min(3, src.width * src.channels); ++k) src.bytes[k] = uint8_t(std::clamp(t, 0, 255));
+        const bool grey = src.stride / src.width == 1;
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Threshold(a..., t); }, [&](std::vector<uint8_t> d) {
+            for (size_t i = 0; grey && i < d.size(); ++i) d[i] = src.bytes[i] > t ? 255 : 0;
+            vtest::EachRowByte(src, grey ? 0 : 3 * src.width, [&](size_t i) {
+                const uint8_t* p = &src.bytes[i - i % src.stride % 3];  // the pixel's first byte
+                d[i] = p[0] + p[1] + p[2] > 3 * t ? 255 : 0;
+            });
+            return d;
+        })) << "threshold " << t;
+        EXPECT_TRUE(vtest::FilterMatches(src, Exposal, [&](std::vector<uint8_t> d) {
+            vtest::EachRowByte(src, grey ? src.width : 3 * src.width, [&](size_t i) {
+                if (src.bytes[i] > 127) d[i] = uint8_t(255 - src.bytes[i]);
+            });
+            return d;
+        }));
     }
 }
 
