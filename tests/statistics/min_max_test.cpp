@@ -1,7 +1,5 @@
 // Local minimum, maximum and range against a direct scan of the neighbourhood
 // clipped to the image.
-#include <array>
-
 #include "common/reference.h"
 #include "statistics/statistics.h"
 
@@ -24,13 +22,12 @@ std::vector<uint8_t> DirectExtreme(const Image& src, int r, bool take_max, int w
     return out;
 }
 
-// Random image with runs of equal values and extremes, so the leaving value
-// often equals the current extreme.
-Image BlockyImage(int w, int h, int c, int padding) {
-    Image img = vtest::RandomImage(w, h, c, padding);
+// Runs of equal values and extremes over most of the picture, so the leaving
+// value often equals the current extreme.
+Image Blocky(Image img) {
     const int levels[] = {0, 17, 128, 200, 255};
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w * c; ++x)
+    for (int y = 0; y < img.height; ++y)
+        for (int x = 0; x < img.width * img.channels; ++x)
             if (vtest::RandomInt(0, 3))
                 img.bytes[size_t(y) * img.stride + x] = uint8_t(levels[((x / 5) + (y / 3) + vtest::RandomInt(0, 1)) % 5]);
     return img;
@@ -44,26 +41,19 @@ Image BlockyImage(int w, int h, int c, int padding) {
 using MinMaxPaths = vtest::EveryIsa;
 TEST_P(MinMaxPaths, MatchDirectScan) {
     for (int trial = 0; trial < 160 && !HasFailure(); ++trial) {
-        const int c = std::array{1, 3, 1, 3, 4}[trial % 5], walk = std::min(c, 3);
-        const int w = trial < 10 ? 1 + trial / 5 : vtest::RandomInt(1, trial % 2 ? 150 : 70), h = vtest::RandomInt(1, 40);
-        const int r = trial < 20 ? trial / 4 : vtest::RandomInt(0, trial % 5 ? 12 : 80);
-        int padding = vtest::RandomInt(0, 4);
-        if ((w * c + padding) / w != c) padding = 0;
-        const Image src = trial % 3 ? BlockyImage(w, h, c, padding) : vtest::RandomImage(w, h, c, padding);
+        const Image noise = vtest::SweepImage(trial, {1, 3, 1, 3, 4}, trial % 2 ? 150 : 70, 40, 4);
+        const Image src = trial % 3 ? Blocky(noise) : noise;
+        const int r = trial < 20 ? trial / 4 : vtest::RandomInt(0, trial % 5 ? 12 : 80), walk = std::min(src.channels, 3);
         for (bool take_max : {false, true})
-            EXPECT_TRUE(vtest::MatchesBothWays(
-                src, Image(w, h, c, padding, 0x5C),
-                [&](const uint8_t* s, uint8_t* d) { (take_max ? MaxValue : MinValue)(s, d, w, h, src.stride, r); },
+            EXPECT_TRUE(vtest::FilterMatches(
+                src, [&](auto... a) { (take_max ? MaxValue : MinValue)(a..., r); },
                 [&](std::vector<uint8_t> d) { return DirectExtreme(src, r, take_max, walk, take_max ? src.bytes : d); }))
-                << src << " r" << r << (take_max ? " max" : " min");
+                << " r" << r << (take_max ? " max" : " min");
         const std::vector<uint8_t> hi = DirectExtreme(src, r, true, walk, src.bytes);
         std::vector<uint8_t> range = DirectExtreme(src, r, false, walk, std::vector<uint8_t>(hi.size(), 0));
         for (size_t i = 0; i < range.size(); ++i) range[i] = uint8_t(hi[i] - range[i]);
-        EXPECT_TRUE(vtest::MatchesBothWays(
-            src, Image(w, h, c, padding, 0x99),
-            [&](const uint8_t* s, uint8_t* d) { RangeFilter(s, d, w, h, src.stride, r); },
-            [&](const std::vector<uint8_t>&) { return range; }))
-            << src << " r" << r << " range";
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { RangeFilter(a..., r); }, [&](auto) { return range; }))
+            << " r" << r << " range";
     }
     // A negative radius and a two-byte layout write nothing.
     const Image src = vtest::RandomImage(13, 6, 3, 2), two = vtest::RandomImage(8, 3, 2);
