@@ -21,6 +21,23 @@ std::vector<uint8_t> Balance(const Image& src, std::vector<uint8_t> d, long scal
     return d;
 }
 
+// Balance against the pixels whose key (one a pixel, rows Width apart) lies
+// above the level where the count of keys from the top down first passes
+// `limit`.
+std::vector<uint8_t> BalanceAbove(const Image& src, std::vector<uint8_t> d, const std::vector<int>& key, long limit,
+                                  long scale) {
+    std::vector<long> hist(768);
+    for (int k : key) ++hist[k];
+    int t = 0;
+    for (long i = 767, acc = 0; i >= 0; --i)
+        if ((acc += hist[i]) > limit) { t = int(i); break; }
+    long sum[3] = {}, count = 0;
+    vtest::EachSample(src, 3, [&](int x, int y, int c, size_t i) {
+        if (key[size_t(y) * src.width + x] > t) sum[c] += src.bytes[i], count += c == 0;
+    });
+    return Balance(src, d, scale, count, sum);
+}
+
 std::vector<uint8_t> DynamicModel(const Image& src, std::vector<uint8_t> d, int bs, int global, int squared) {
     const int w = src.width, h = src.height;
     std::vector<int> Y(w * h), Cb(w * h), Cr(w * h), mask(w * h, 0);
@@ -57,18 +74,8 @@ std::vector<uint8_t> DynamicModel(const Image& src, std::vector<uint8_t> d, int 
         for (int k = 0; k < 4; ++k) v[k] = long(std::floor(double(sums[k]) / blocks + 0.5));
         for (int i = 0; i < w * h; ++i) mask[i] = near(i, v[2], v[3], v[0], v[1]) ? Y[i] : 0, nearWhite += near(i, v[2], v[3], v[0], v[1]);
     }
-    std::vector<long> hist(256);
-    for (int m : mask) ++hist[m];
-    int t = 0, yMax = 255;
-    for (long i = 255, acc = 0; i >= 0; --i)
-        if ((acc += hist[i]) > nearWhite / 10) { t = int(i); break; }
-    while (yMax > 0 && !hist[yMax]) --yMax;
-    if (yMax == 0) return d;
-    long sum[3] = {}, count = 0;
-    for (int i = 0; i < w * h; ++i)
-        if (mask[i] > t)
-            for (int c = 0; c < 3; ++c) sum[c] += src.at(i % w, i / w, c), count += c == 0;
-    return Balance(src, d, yMax, count, sum);
+    const int yMax = *std::max_element(mask.begin(), mask.end());
+    return yMax ? BalanceAbove(src, d, mask, nearWhite / 10, yMax) : d;
 }
 
 TEST(ConvertRowToYCbCr, FullRangeLumaChromaWithWrappingStorage) {
@@ -85,43 +92,25 @@ TEST(ConvertRowToYCbCr, FullRangeLumaChromaWithWrappingStorage) {
     }
 }
 
-TEST(AutoWhiteBalance, DynamicThresholdMatchesBlockStatisticsAndRefusalsWriteNothing) {
+// A neutral first column (every eighth picture) keeps the grey world picture
+// as it is.
+TEST(AutoWhiteBalance, MatchDirectModelsAndRefusalsWriteNothing) {
     for (int trial = 0; trial < 60 && !HasFailure(); ++trial) {
-        const Image src = vtest::SweepImage(trial, {3}, 40, 30, 4);
-        const int bs = RandomInt(1, 50), global = trial % 3, squared = trial / 3 % 2;
+        Image src = vtest::SweepImage(trial, {3}, 40, 30, 4);
+        const int w = src.width, h = src.height, bs = RandomInt(1, 50), global = trial % 3, squared = trial / 3 % 2;
+        const int ratio = std::array{0, 1, 5, 30, 100, 140}[trial % 6];
+        for (int y = 0; trial % 8 == 3 && y < h; ++y) src.at(0, y, 0) = src.at(0, y, 1) = src.at(0, y, 2) = uint8_t(100 + y);
         auto filter = [&](auto... a) { AutoWhiteBalanceUseDynamicThreshold(a..., bs, uint8_t(global), uint8_t(squared)); };
         EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto d) { return DynamicModel(src, d, bs, global, squared); }))
             << " block " << bs << " global " << global << " squared " << squared;
-    }
-    // Four bytes per pixel, short rows, no blocks and no image write nothing.
-    const Image four = vtest::RandomImage(9, 7, 4);
-    const uint8_t* s = four.data();
-    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {[&](uint8_t* d) {
-        AutoWhiteBalanceUseStandardGrayWorldModel(s, d, 9, 7, 36), AutoWhiteBalanceUseReflectorTheory(s, d, 9, 7, 18, 5);
-        AutoWhiteBalanceUseDynamicThreshold(s, d, 9, 7, 36, 0, 0, 0), AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0);
-    }}));
-}
-
-// A neutral first column keeps the grey world picture as it is.
-TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
-    for (int trial = 0; trial < 40 && !HasFailure(); ++trial) {
-        Image src = vtest::SweepImage(trial, {3}, 40, 30, 2);
-        const int w = src.width, h = src.height, ratio = std::array{0, 1, 5, 30, 100, 140}[trial % 6];
-        for (int y = 0; trial % 8 == 3 && y < h; ++y) src.at(0, y, 0) = src.at(0, y, 1) = src.at(0, y, 2) = uint8_t(100 + y);
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { AutoWhiteBalanceUseReflectorTheory(a..., ratio); },
             [&](std::vector<uint8_t> d) {
-                auto total = [&](int x, int y) { return src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2); };
-                std::vector<long> hist(768);
-                vtest::EachSample(src, 1, [&](int x, int y, int, size_t) { ++hist[total(x, y)]; });
-                int t = 0;
-                for (long i = 767, acc = 0; i >= 0; --i)
-                    if ((acc += hist[i]) > long(w) * h * ratio / 100) { t = int(i); break; }
-                long sum[3] = {}, count = 0;
-                vtest::EachSample(src, 3, [&](int x, int y, int c, size_t i) {
-                    if (total(x, y) > t) sum[c] += src.bytes[i], count += c == 0;
+                std::vector<int> total(size_t(w) * h);
+                vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
+                    total[size_t(y) * w + x] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2);
                 });
-                return Balance(src, d, 255, count, sum);
+                return BalanceAbove(src, d, total, long(w) * h * ratio / 100, 255);
             }))
             << " ratio " << ratio;
         if (src.stride != 3 * w) continue;  // grey world needs Stride / Width == 3
@@ -133,6 +122,13 @@ TEST(AutoWhiteBalance, ReflectorAndGreyWorldMatchDirectMeans) {
             return grey ? Balance(src, d, grey, h, sum) : d;
         }));
     }
+    // Four bytes per pixel, short rows, no blocks and no image write nothing.
+    const Image four = vtest::RandomImage(9, 7, 4);
+    const uint8_t* s = four.data();
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(four), {[&](uint8_t* d) {
+        AutoWhiteBalanceUseStandardGrayWorldModel(s, d, 9, 7, 36), AutoWhiteBalanceUseReflectorTheory(s, d, 9, 7, 18, 5);
+        AutoWhiteBalanceUseDynamicThreshold(s, d, 9, 7, 36, 0, 0, 0), AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 9, 7, 36, 8, 0, 0);
+    }}));
 }
 
 }  // namespace
