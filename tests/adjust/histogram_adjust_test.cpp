@@ -72,44 +72,36 @@ void Apply(const Raw& r, uint8_t* d, const Tab& tb, const Tab& tg, const Tab& tr
 
 void Model(Kind kind, const Raw& r, uint8_t* d, double clip, bool autoGamma) {
     if (r.b() == 2) return;  // the three-byte walk would leave the rows
+    if (r.b() == 1 && (kind == Kind::Contrast || kind == Kind::Color)) kind = Kind::Level, autoGamma = true;
     const double T = double(r.w * r.h) * clip;
-    int low, high;
-    if (kind == Kind::Equalize) {
-        Hist h{};
-        Walk(r, [&](int b, int g, int rd) {
-            ++h[b];
-            if (r.b() != 1) ++h[g], ++h[rd];
-        });
-        Tab t;
-        double s = 0;
-        for (int i = 0; i < 256; ++i) t[i] = uint8_t(int((s += h[i]) * 255.0 / (r.b() * r.w * r.h)));
-        return Apply(r, d, t, t, t);
-    }
-    if (r.b() == 1 && kind != Kind::Level) kind = Kind::Level, autoGamma = true;
-    if (kind == Kind::Color && r.b() != 1) {
-        Hist h{};
-        Walk(r, [&](int b, int g, int rd) { ++h[(b + 2 * g + rd) >> 2]; });
-        LowHigh(h, T, low, high);
-        Tab t = MakeTable(h, low, high, autoGamma);
-        return Apply(r, d, t, t, t);
-    }
-    std::array<Hist, 3> h{};  // green and red stay empty unless pixels are exactly three bytes
+    // One histogram per channel (green and red stay empty unless pixels are
+    // exactly three bytes), and one of the luminance (Color) or of every
+    // counted byte (Equalize).
+    std::array<Hist, 3> h{};
+    Hist one{};
     Walk(r, [&](int b, int g, int rd) {
         ++h[0][b];
         if (r.b() == 3) ++h[1][g], ++h[2][rd];
+        if (kind == Kind::Color) ++one[(b + 2 * g + rd) >> 2];
+        if (kind == Kind::Equalize) ++one[b], one[g] += r.b() != 1, one[rd] += r.b() != 1;
     });
-    if (kind == Kind::Contrast) {
-        Hist sum{};
-        int lo = 256, hi = -1;
-        for (int c = 0; c < 3; ++c) {
+    std::array<Tab, 3> t{};
+    int low, high, lo = 256, hi = -1;
+    if (kind == Kind::Equalize) {
+        double s = 0;
+        for (int i = 0; i < 256; ++i) t[0][i] = uint8_t(int((s += one[i]) * 255.0 / (r.b() * r.w * r.h)));
+        return Apply(r, d, t[0], t[0], t[0]);
+    }
+    if (kind != Kind::Level) {  // one curve: the luminance's range, or the channels' joint range over their sum
+        for (int c = 0; kind == Kind::Contrast && c < 3; ++c) {
             LowHigh(h[c], T, low, high);
             lo = std::min(lo, low), hi = std::max(hi, high);
-            for (int i = 0; i < 256; ++i) sum[i] += h[c][i];
+            for (int i = 0; i < 256; ++i) one[i] += h[c][i];
         }
-        Tab t = MakeTable(sum, lo, hi, autoGamma);
-        return Apply(r, d, t, t, t);
+        if (kind == Kind::Color) LowHigh(one, T, lo, hi);
+        t[0] = MakeTable(one, lo, hi, autoGamma);
+        return Apply(r, d, t[0], t[0], t[0]);
     }
-    std::array<Tab, 3> t{};
     for (int c = 0; c < (r.b() == 3 ? 3 : 1); ++c) {
         LowHigh(h[c], T, low, high);
         t[c] = MakeTable(h[c], low, high, autoGamma);
@@ -138,13 +130,13 @@ vtest::Image DarkFifth(int c) {
 
 // The first trials: the dark fifth in grey and three bytes; grey rows of a
 // Width that is a multiple of four with padding (counted, but not divided
-// by); four-byte rows, walked as triples; a constant grey picture.
+// by); a constant grey picture. The sweep then takes every layout, four-byte
+// rows (walked as triples) included.
 vtest::Image TrialImage(int trial) {
     switch (trial) {
         case 0: case 1: return DarkFifth(1 + 2 * trial);
         case 2: return vtest::RandomImage(8, 5, 1, 4);
-        case 3: return vtest::RandomSmoothImage(16, 6, 4);
-        case 4: return vtest::Flat(vtest::RandomImage(13, 7, 1), 77);
+        case 3: return vtest::Flat(vtest::RandomImage(13, 7, 1), 77);
         default: return vtest::SweepImage(trial, {1, 3, 4, 2}, 37, 19, 36);  // two bytes: not written
     }
 }
