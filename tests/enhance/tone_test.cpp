@@ -141,7 +141,8 @@ TEST(Hdr, ExposureBlendingAndToneMappingMatchDirectModels) {
         for (double& b : base) b = std::log10(b + 0.00001);
         const double top = *std::max_element(base.begin(), base.end()), bottom = *std::min_element(base.begin(), base.end());
         const double gamma = top > bottom ? std::log10(5.0) / (top - bottom) : 0;
-        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { HdrBasedOnGuiderFilter(a..., r + 1); }, [&](std::vector<uint8_t> d) {
+        auto toneMap = [&](auto... a) { HdrBasedOnGuiderFilter(a..., r + 1); };
+        EXPECT_TRUE(vtest::FilterMatches(src, toneMap, [&](std::vector<uint8_t> d) {
             vtest::EachSample(src, 3, [&](int x, int y, int, size_t at) {
                 const size_t i = size_t(y) * w + x;
                 const double logI = base[i] * gamma + (std::log10(I[i] + 0.00001) - base[i]) - top * gamma;
