@@ -106,27 +106,25 @@ TEST(BoxBlur, MeanTruncatesAtEveryQuotientBoundary) {
 std::vector<double> RunningBox(const std::vector<double>& src, int w, int h, int stride, int r, int edge) {
     std::vector<double> out(src.size(), -7.0), col(size_t(w), 0.0);
     const double inv = 1.0 / int32_t(uint32_t(2 * r + 1) * uint32_t(2 * r + 1));  // 32-bit area
-    // Border positions of the window, mapped once (repeated folding by whole
-    // sizes is the remainder, which stays fast for radii of a million).
+    // The border rule, repeated folding by whole sizes taken as the remainder,
+    // which stays fast for radii of a million.
     auto fold = [edge](int64_t p, int n) {
         if (p >= 0 && p < n) return int(p);
         if (edge == 0) return p < 0 ? 0 : n - 1;
         return p < 0 ? int(-p % n) : int(((2 * int64_t(n) - p - 2) % n + n) % n);
     };
-    std::vector<int> rowOf, colOf;
-    for (int64_t p = -int64_t(r); p <= r; ++p) rowOf.push_back(fold(p, h)), colOf.push_back(fold(p, w));
-    auto at = [&](int y, int x) { return src[size_t(MapEdge(y, h, edge)) * stride + x]; };
+    auto at = [&](int64_t y, int x) { return src[size_t(fold(y, h)) * stride + x]; };
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x)
             if (y == 0)
-                for (int row : rowOf) col[x] += src[size_t(row) * stride + x];
+                for (int64_t p = -r; p <= r; ++p) col[x] += at(p, x);
             else
                 col[x] = col[x] - (at(y - r - 1, x) - at(y + r, x));
         double s = 0;
-        for (int c : colOf) s += col[c];
+        for (int64_t p = -r; p <= r; ++p) s += col[fold(p, w)];
         out[size_t(y) * stride] = s * inv;
         for (int x = 1; x < w; ++x) {
-            s = s - (col[MapEdge(x - r - 1, w, edge)] - col[MapEdge(x + r, w, edge)]);
+            s = s - (col[fold(x - r - 1, w)] - col[fold(x + r, w)]);
             out[size_t(y) * stride + x] = s * inv;
         }
     }
