@@ -53,31 +53,26 @@ TEST(GetPadImage, MatchesDirectConstruction) {
     }
 }
 
+// A negative pad, a wrong depth (a parameter error here), a null Data, a size
+// past 32 bits; then records that cannot describe their pixels, which once
+// divided by zero, read before Data or over-read a short row. Nothing is made.
 TEST(GetPadImage, RejectsBadArguments) {
-    Matrix *src = MakeRandom(4, 4, 1), *out = nullptr;
+    Matrix* out = nullptr;
     EXPECT_EQ(GetPadImage(nullptr, &out, 1, 1, 1, 1, 0), STATUS_NULL_REFERENCE);
-    EXPECT_EQ(GetPadImage(src, &out, 1, 1, 1, -1, 0), STATUS_INVALID_PARAMETER);
-    EXPECT_EQ(out, nullptr);  // nothing created
-    src->Depth = DEPTH_32F;   // a wrong depth is a parameter error here
-    EXPECT_EQ(GetPadImage(src, &out, 1, 1, 1, 1, 0), STATUS_INVALID_PARAMETER);
-    src->Depth = DEPTH_8U;
-    uint8_t* data = src->Data;
-    src->Data = nullptr;
-    EXPECT_EQ(GetPadImage(src, &out, 1, 1, 1, 1, 0), STATUS_NULL_REFERENCE);
-    src->Data = data;
-    EXPECT_EQ(GetPadImage(src, &out, INT32_MAX, 1, 0, 0, 0), STATUS_INVALID_PARAMETER);
-    EXPECT_EQ(out, nullptr);
-    VL_FreeMatrix(&src);
-    // Records that cannot describe their pixels once divided by zero, read before
-    // Data or over-read a short row; they are rejected before anything is made.
     uint8_t pixels[64] = {};
-    struct Shape { int w, h, step, channel; };
-    for (Shape bad : {Shape{0, 4, 4, 1}, {4, 0, 4, 1}, {-3, 2, 4, 1}, {5, 4, 5, 3}, {4, 4, 4, 5}, {2, 2, -4, 1}})
+    const Status bad = STATUS_INVALID_PARAMETER, null = STATUS_NULL_REFERENCE;
+    struct Case { Matrix src; int left, bottom; Status status; };
+    const Case cases[] = {
+        {{4, 4, 4, 1, DEPTH_8U, pixels, 0}, 1, -1, bad},  {{4, 4, 4, 1, DEPTH_32F, pixels, 0}, 1, 1, bad},
+        {{4, 4, 4, 1, DEPTH_8U, nullptr, 0}, 1, 1, null}, {{4, 4, 4, 1, DEPTH_8U, pixels, 0}, INT32_MAX, 0, bad},
+        {{0, 4, 4, 1, DEPTH_8U, pixels, 0}, 5, 1, bad},   {{4, 0, 4, 1, DEPTH_8U, pixels, 0}, 5, 1, bad},
+        {{-3, 2, 4, 1, DEPTH_8U, pixels, 0}, 5, 1, bad},  {{5, 4, 5, 3, DEPTH_8U, pixels, 0}, 5, 1, bad},
+        {{4, 4, 4, 5, DEPTH_8U, pixels, 0}, 5, 1, bad},   {{2, 2, -4, 1, DEPTH_8U, pixels, 0}, 5, 1, bad},
+    };
+    for (const Case& c : cases)
         for (int edge : {0, 1}) {
-            const Matrix src{bad.w, bad.h, bad.step, bad.channel, DEPTH_8U, pixels, 0};
-            Matrix* out = nullptr;
-            EXPECT_EQ(GetPadImage(&src, &out, 5, 1, 2, 1, edge), STATUS_INVALID_PARAMETER)
-                << bad.w << "x" << bad.h << " step " << bad.step;
+            EXPECT_EQ(GetPadImage(&c.src, &out, c.left, 1, 2, c.bottom, edge), c.status)
+                << c.src.Width << "x" << c.src.Height << " step " << c.src.WidthStep << " depth " << c.src.Depth;
             EXPECT_EQ(out, nullptr);
         }
 }
