@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <vector>
 
 #include "common/test_util.h"
 #include "velomar.h"
@@ -51,20 +50,12 @@ private:
     uint32_t* bits_ = nullptr;
 };
 
-struct Picture {
-    std::vector<uint8_t> bytes = std::vector<uint8_t>(kStride * kH);
-    Picture() {
-        for (auto& b : bytes) b = uint8_t(vtest::RandomInt(0, 255));
-    }
-    uint32_t at(int x, int y) const {
-        const uint8_t* p = &bytes[y * kStride + x * 3];
-        return p[0] | p[1] << 8 | p[2] << 16;
-    }
-};
+// Random three-byte pixels in rows padded to kStride.
+vtest::Image Picture() { return vtest::RandomImage(kW, kH, 3, kStride - 3 * kW); }
 
 // Every canvas pixel: inside the kW*sx by kH*sy rectangle at (x0, y0) it must
 // be the picture pixel source(x, y) names; outside, the marker.
-::testing::AssertionResult Drawn(const Canvas& canvas, const Picture& picture, int x0, int y0, int sx, int sy,
+::testing::AssertionResult Drawn(const Canvas& canvas, const vtest::Image& picture, int x0, int y0, int sx, int sy,
                                  const std::function<std::pair<int, int>(int, int)>& source) {
     for (int y = 0; y < kCanvasH; ++y)
         for (int x = 0; x < kCanvasW; ++x) {
@@ -72,7 +63,7 @@ struct Picture {
             uint32_t expected = kMarker;
             if (inside) {
                 const auto [px, py] = source((x - x0) / sx, (y - y0) / sy);
-                expected = picture.at(px, py);
+                expected = picture.at(px, py) | picture.at(px, py, 1) << 8 | picture.at(px, py, 2) << 16;
             }
             if (canvas.at(x, y) != expected)
                 return ::testing::AssertionFailure() << "canvas pixel " << x << "," << y << " is " << std::hex
@@ -82,7 +73,7 @@ struct Picture {
 }
 
 TEST(Render, DrawsOneToOneStretchedAndMirrored) {
-    const Picture picture;
+    const vtest::Image picture = Picture();
     const auto same = [](int x, int y) { return std::pair{x, y}; };
     struct Case {
         int destW, destH, srcX, srcY, srcW, srcH, sx, sy;
@@ -104,7 +95,7 @@ TEST(Render, DrawsOneToOneStretchedAndMirrored) {
         ASSERT_TRUE(canvas.ok());
         const int x0 = 3, y0 = 2, cornerX = c.flipX ? x0 + kW - 1 : x0,
                   cornerY = c.flipY ? y0 + kH - 1 : y0;
-        const int32_t mode = Render(picture.bytes.data(), kW, kH, canvas.dc(), cornerX, cornerY, c.destW, c.destH,
+        const int32_t mode = Render(picture.data(), kW, kH, canvas.dc(), cornerX, cornerY, c.destW, c.destH,
                                     c.srcX, c.srcY, c.srcW, c.srcH, 0);
         EXPECT_EQ(mode, COLORONCOLOR);
         EXPECT_TRUE(Drawn(canvas, picture, x0, y0, c.sx, c.sy, c.source)) << "case " << index;
@@ -113,13 +104,13 @@ TEST(Render, DrawsOneToOneStretchedAndMirrored) {
 }
 
 TEST(Render, HalftoneOnlyForOneAndModeRestored) {
-    const Picture picture;
+    const vtest::Image picture = Picture();
     for (int before : {BLACKONWHITE, COLORONCOLOR, HALFTONE})
         for (uint8_t halftone : {0, 1, 2}) {
             Canvas canvas;
             ASSERT_TRUE(canvas.ok());
             SetStretchBltMode(canvas.dc(), before);
-            const int32_t used = Render(picture.bytes.data(), kW, kH, canvas.dc(), 0, 0, 0, 0, 0, 0, 0, 0, halftone);
+            const int32_t used = Render(picture.data(), kW, kH, canvas.dc(), 0, 0, 0, 0, 0, 0, 0, 0, halftone);
             EXPECT_EQ(used, halftone == 1 ? HALFTONE : COLORONCOLOR) << int(halftone);
             EXPECT_EQ(GetStretchBltMode(canvas.dc()), before) << int(halftone);
             // Drawn 1:1, either mode copies the picture exactly.
