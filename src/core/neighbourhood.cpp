@@ -1,32 +1,7 @@
-// Border tables and 256-counter histogram arithmetic.
+// Border tables and padded planes.
 #include "core/neighbourhood.h"
 
 namespace velomar {
-
-namespace {
-
-template <class Op>
-inline void HistogramLanes(uint16_t* acc, const uint16_t* hist, Op op) {
-    auto* a = reinterpret_cast<__m128i*>(acc);
-    auto* h = reinterpret_cast<const __m128i*>(hist);
-    // 32 vectors of eight 16-bit lanes; a constant trip count the compiler
-    // unrolls completely.
-#if defined(__GNUC__)
-#pragma GCC unroll 32
-#endif
-    for (int i = 0; i < kHistogramBins / 8; ++i)
-        _mm_store_si128(a + i, op(_mm_load_si128(a + i), _mm_load_si128(h + i)));
-}
-
-}  // namespace
-
-void HistogramAdd(uint16_t* Accumulator, const uint16_t* Histogram) {
-    HistogramLanes(Accumulator, Histogram, [](__m128i a, __m128i b) { return _mm_add_epi16(a, b); });
-}
-
-void HistogramSub(uint16_t* Accumulator, const uint16_t* Histogram) {
-    HistogramLanes(Accumulator, Histogram, [](__m128i a, __m128i b) { return _mm_sub_epi16(a, b); });
-}
 
 void BuildBorderTables(int32_t Radius, int32_t Width, int32_t Height, int32_t Stride,
                        int32_t EdgeMode, int32_t* ColumnIndex, int32_t* RowOffset) {

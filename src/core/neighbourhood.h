@@ -30,13 +30,8 @@ constexpr int32_t kMaxHistogramRadius = 127;
 // A 256-bin histogram of 16-bit counters, 16-byte aligned.
 constexpr int kHistogramBins = 256;
 
-// Accumulator[i] += Histogram[i] (HistogramAdd) or -= (HistogramSub) for all
-// 256 counters, modulo 65536. Both arrays must be 16-byte aligned.
-void HistogramAdd(uint16_t* Accumulator, const uint16_t* Histogram);
-void HistogramSub(uint16_t* Accumulator, const uint16_t* Histogram);
-
-// The same for 16 counters (a coarse histogram of high nibbles, or one fine
-// segment of it), eight lanes at a time; 16-byte aligned.
+// 16 counters (a coarse histogram of high nibbles, or one fine segment of
+// it), eight lanes at a time, modulo 65536; 16-byte aligned.
 inline __m128i Load16(const uint16_t* p, int half) {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(p) + half);
 }
@@ -46,10 +41,6 @@ inline void Store16(uint16_t* p, int half, __m128i v) {
 inline void Add16(uint16_t* acc, const uint16_t* h) {
     Store16(acc, 0, _mm_add_epi16(Load16(acc, 0), Load16(h, 0)));
     Store16(acc, 1, _mm_add_epi16(Load16(acc, 1), Load16(h, 1)));
-}
-inline void Sub16(uint16_t* acc, const uint16_t* h) {
-    Store16(acc, 0, _mm_sub_epi16(Load16(acc, 0), Load16(h, 0)));
-    Store16(acc, 1, _mm_sub_epi16(Load16(acc, 1), Load16(h, 1)));
 }
 
 // Inclusive running totals of eight 16-bit lanes.
