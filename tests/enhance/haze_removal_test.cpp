@@ -133,8 +133,8 @@ std::vector<uint8_t> Recovered(const Image& src, const std::vector<uint8_t>& t, 
 
 TEST(Haze, DarkChannelPriorComposition) {
     for (int trial = 0; trial < 6; ++trial) {
-        // Sky over ground, random pictures, and bright noise whose
-        // transmission falls below the floor of 25.
+        // Sky over ground, random pictures, and bright noise of low
+        // transmission (the floor of 25 is pinned by the recovery tables).
         Image src = trial % 3 == 1 ? SkyOverGround(RandomInt(20, 60), RandomInt(20, 60))
                                    : vtest::SweepImage(trial + 4, {3}, 60, 50, 2);
         if (trial % 3 == 2)
