@@ -117,28 +117,20 @@ inline ::testing::AssertionResult WritesNothing(const Image& dest,
     return ::testing::AssertionSuccess();
 }
 
-// Runs `run(src, dest)` over a copy of `dest` and then in place over a copy of
-// `src`; both must equal `direct(bytes Dest held on entry)`, and Src must stay
-// as it was.
-template <class Run, class Direct>
-::testing::AssertionResult MatchesBothWays(const Image& src, const Image& dest, Run run, Direct direct) {
-    Image in = src, out = dest;
-    run(in.data(), out.data());
-    if (auto r = BytesEqual(direct(dest.bytes), out.bytes); !r) return r << " (separate Dest)";
-    if (in.bytes != src.bytes) return ::testing::AssertionFailure() << "source modified";
-    run(in.data(), in.data());
-    if (auto r = BytesEqual(direct(src.bytes), in.bytes); !r) return r << " (in place)";
-    return ::testing::AssertionSuccess();
-}
-
-// MatchesBothWays over a Dest from DestFor(src), the filter called as
-// filter(Src, Dest, Width, Height, Stride); a failure names the layout.
+// Calls filter(Src, Dest, Width, Height, Stride) over a Dest from
+// DestFor(src) and then in place over a copy of `src`; both must equal
+// `direct(bytes Dest held on entry)`, and Src must stay as it was. A failure
+// names the layout.
 template <class Filter, class Direct>
 ::testing::AssertionResult FilterMatches(const Image& src, Filter filter, Direct direct) {
-    auto r = MatchesBothWays(
-        src, DestFor(src), [&](const uint8_t* s, uint8_t* d) { filter(s, d, src.width, src.height, src.stride); },
-        direct);
-    return r ? r : r << " on " << src;
+    const Image dest = DestFor(src);
+    Image in = src, out = dest;
+    filter(in.data(), out.data(), src.width, src.height, src.stride);
+    if (auto r = BytesEqual(direct(dest.bytes), out.bytes); !r) return r << " (separate Dest) on " << src;
+    if (in.bytes != src.bytes) return ::testing::AssertionFailure() << "source modified on " << src;
+    filter(in.data(), in.data(), src.width, src.height, src.stride);
+    if (auto r = BytesEqual(direct(src.bytes), in.bytes); !r) return r << " (in place) on " << src;
+    return ::testing::AssertionSuccess();
 }
 
 // The same layout with every pixel byte set to `value`, padding kept.
