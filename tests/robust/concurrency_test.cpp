@@ -11,24 +11,15 @@ namespace {
 
 using host::Image;
 
-Image Picture(int w, int h, int c, uint32_t seed) {
-    Image img(w, h, c);
-    for (size_t i = 0; i < img.pixels.size(); ++i) {
-        seed = seed * 1664525u + 1013904223u;
-        img.pixels[i] = uint8_t((i / size_t(c) % 97) * 2 + (seed >> 28));
-    }
-    return img;
-}
-
 TEST(Concurrency, EveryExportFromSeveralThreadsAtOnce) {
     constexpr int kThreads = 4;
     for (const host::Op& op : host::Ops()) {
         const std::vector<double> values = host::ParameterSets(op).front();
         for (int c : {1, 3, 4}) {
-            if (!(op.layouts & (c == 1 ? host::kGrey : c == 3 ? host::kColour : host::kAlpha))) continue;
+            if (!op.Takes(c)) continue;
             std::vector<Image> in, alone, together;
             for (int t = 0; t < kThreads; ++t) {
-                in.push_back(Picture(41 + t, 29, c, uint32_t(t * 7919 + c)));
+                in.push_back(host::Pattern(41 + t, 29, c));
                 alone.push_back(in.back());
                 op.run(in.back(), alone.back(), values);
                 together.push_back(in.back());

@@ -73,7 +73,7 @@ TEST(GuardPages, NoExportTouchesBytesOutsideItsBuffers) {
         for (size_t set = 0; set < sets.size(); ++set)
             for (int c : {1, 3, 4}) {
                 const std::vector<double>& values = sets[set];
-                if (!(op.layouts & (c == 1 ? host::kGrey : c == 3 ? host::kColour : host::kAlpha))) continue;
+                if (!op.Takes(c)) continue;
                 for (auto [w, h] : shapes)
                     for (int pad : {0, 3, 7})
                         for (bool atEnd : {false, true}) {

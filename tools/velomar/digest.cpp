@@ -14,22 +14,6 @@ namespace {
 
 using host::Image;
 
-// A picture with smooth structure and noise from a fixed generator (no
-// library random numbers: the same bytes on every platform).
-Image Picture(int w, int h, int c) {
-    Image img(w, h, c);
-    uint32_t state = 0x9E3779B9u ^ uint32_t(w * 131 + h * 7 + c);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            for (int k = 0; k < c; ++k) {
-                state = state * 1664525u + 1013904223u;
-                const int noise = int(state >> 27) - 16;  // -16 .. 15
-                const int base = k == 3 ? (x * 9 + y * 5) % 256 : (x * 5 + y * 3 + k * 60) % 200 + 20;
-                img.pixels[size_t(y) * img.stride + size_t(x) * c + k] = uint8_t(std::min(255, std::max(0, base + noise)));
-            }
-    return img;
-}
-
 // 64-bit FNV-1a over the size and the bytes.
 uint64_t Digest(const Image& img) {
     uint64_t h = 14695981039346656037ull;
@@ -55,11 +39,10 @@ int main() {
     for (const host::Op& op : host::Ops()) {
         const std::vector<std::vector<double>> sets = host::ParameterSets(op);
         for (int channels : {1, 3, 4}) {
-            const int layout = channels == 1 ? host::kGrey : channels == 3 ? host::kColour : host::kAlpha;
-            if (!(op.layouts & layout)) continue;
+            if (!op.Takes(channels)) continue;
             for (auto [w, h] : sizes)
                 for (const std::vector<double>& values : sets) {
-                    const Image src = Picture(w, h, channels);
+                    const Image src = host::Pattern(w, h, channels);
                     Image out = src;
                     const int status = op.run(src, out, values);
                     std::string params;

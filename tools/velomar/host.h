@@ -55,6 +55,9 @@ Image ToColour(const Image& image);
 // (or grey) image with alpha added back.
 Image AlphaOf(const Image& image);
 Image WithAlpha(const Image& image, const Image& alpha);
+// A picture with smooth structure and noise from a fixed generator seeded by
+// its size (no library random numbers: the same bytes on every platform).
+Image Pattern(int w, int h, int c);
 
 enum class ParamType { Int, Double, Byte };
 constexpr ParamType kInt = ParamType::Int, kDouble = ParamType::Double, kByte = ParamType::Byte;
@@ -108,6 +111,8 @@ struct Op {
     std::vector<Param> params;
     Run run;
     int layouts = kGrey | kColour;
+    // Whether it takes pictures of `channels` (1, 3 or 4) bytes per pixel.
+    bool Takes(int channels) const { return layouts & (channels == 1 ? kGrey : channels == 3 ? kColour : kAlpha); }
     std::string family;
     // The extra pictures the call is made with (a reference, exposures), by
     // name, for showing beside the result.

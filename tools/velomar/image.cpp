@@ -43,6 +43,20 @@ Image Convert(const Image& from, int channels, F f) {
 
 }  // namespace
 
+Image Pattern(int w, int h, int c) {
+    Image img(w, h, c);
+    uint32_t state = 0x9E3779B9u ^ uint32_t(w * 131 + h * 7 + c);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int k = 0; k < c; ++k) {
+                state = state * 1664525u + 1013904223u;
+                const int noise = int(state >> 27) - 16;  // -16 .. 15
+                const int base = k == 3 ? (x * 9 + y * 5) % 256 : (x * 5 + y * 3 + k * 60) % 200 + 20;
+                img.pixels[size_t(y) * img.stride + size_t(x) * c + k] = uint8_t(std::min(255, std::max(0, base + noise)));
+            }
+    return img;
+}
+
 Image ToGrey(const Image& image) {
     if (image.channels == 1) return image;
     return Convert(image, 1, [](const uint8_t* s, uint8_t* d) { d[0] = uint8_t((s[0] * 29 + s[1] * 150 + s[2] * 77) >> 8); });
