@@ -118,19 +118,27 @@ inline ::testing::AssertionResult WritesNothing(const Image& dest,
 }
 
 // Calls filter(Src, Dest, Width, Height, Stride) over a Dest from
-// DestFor(src) and then in place over a copy of `src`; both must equal
-// `direct(bytes Dest held on entry)`, and Src must stay as it was. A failure
-// names the layout.
-template <class Filter, class Direct>
-::testing::AssertionResult FilterMatches(const Image& src, Filter filter, Direct direct) {
+// DestFor(src) and then in place over a copy of `src`; `judge(bytes Dest held
+// on entry, result)` decides each result, and Src must stay as it was. A
+// failure names the layout.
+template <class Filter, class Judge>
+::testing::AssertionResult FilterJudged(const Image& src, Filter filter, Judge judge) {
     const Image dest = DestFor(src);
     Image in = src, out = dest;
     filter(in.data(), out.data(), src.width, src.height, src.stride);
-    if (auto r = BytesEqual(direct(dest.bytes), out.bytes); !r) return r << " (separate Dest) on " << src;
+    if (auto r = judge(dest.bytes, out.bytes); !r) return r << " (separate Dest) on " << src;
     if (in.bytes != src.bytes) return ::testing::AssertionFailure() << "source modified on " << src;
     filter(in.data(), in.data(), src.width, src.height, src.stride);
-    if (auto r = BytesEqual(direct(src.bytes), in.bytes); !r) return r << " (in place) on " << src;
+    if (auto r = judge(src.bytes, in.bytes); !r) return r << " (in place) on " << src;
     return ::testing::AssertionSuccess();
+}
+
+// FilterJudged against the bytes `direct(bytes Dest held on entry)` returns.
+template <class Filter, class Direct>
+::testing::AssertionResult FilterMatches(const Image& src, Filter filter, Direct direct) {
+    return FilterJudged(src, filter, [&](const std::vector<uint8_t>& entry, const std::vector<uint8_t>& got) {
+        return BytesEqual(direct(entry), got);
+    });
 }
 
 // The same layout with every pixel byte set to `value`, padding kept.

@@ -91,22 +91,13 @@ bool FftValueAcceptable(const Matrix* src, const std::vector<float>& k, int kw, 
     return false;
 }
 
-// Runs `form` from src into dest, then in place on a copy of src; `check`
-// judges each result against the bytes its destination held on entry. Src
-// must stay as it was.
-using Check = std::function<::testing::AssertionResult(const std::vector<uint8_t>& entry,
-                                                        const std::vector<uint8_t>& result)>;
-::testing::AssertionResult RunBothWays(const Form& form, ftest::Record& src, ftest::Record& dest, Matrix* kernel,
-                                       int edge, const Check& check) {
-    const std::vector<uint8_t> before = src.Bytes(), entry = dest.Bytes();
-    if (form(src.m, kernel, dest.m, edge) != STATUS_OK) return ::testing::AssertionFailure() << "status";
-    if (before != src.Bytes()) return ::testing::AssertionFailure() << "source modified";
-    if (auto r = check(entry, dest.Bytes()); !r) return r << " (separate Dest)";
-    ftest::Record copy(src.m->Width, src.m->Height, src.m->Depth, src.m->Channel);
-    std::copy(before.begin(), before.end(), copy.m->Data);
-    if (form(copy.m, kernel, copy.m, edge) != STATUS_OK) return ::testing::AssertionFailure() << "status in place";
-    if (auto r = check(before, copy.Bytes()); !r) return r << " (in place)";
-    return ::testing::AssertionSuccess();
+// Calls `form` through FilterJudged over Matrix records shaped like `like`.
+auto Calls(const Form& form, const Matrix& like, Matrix* kernel, int edge) {
+    return [form, like, kernel, edge](const uint8_t* s, uint8_t* d, auto...) {
+        Matrix in = like, out = like;
+        in.Data = const_cast<uint8_t*>(s), out.Data = d;
+        EXPECT_EQ(form(&in, kernel, &out, edge), STATUS_OK);
+    };
 }
 
 struct Shape { int kw, kh; };
@@ -128,19 +119,19 @@ TEST_P(Conv2Paths, MatchesTheDirectCorrelationAndConvolution) {
         std::vector<float> k = ftest::RandomFloats(size_t(s.kw) * s.kh, -3, 5);
         for (float& v : k) v = integer ? std::round(v) : v;
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
-        ftest::Record src(w, h, DEPTH_8U, channels), dest(w, h, DEPTH_8U, channels);
-        SCOPED_TRACE(testing::Message() << w << "x" << h << "x" << channels << " kernel " << s.kw << "x" << s.kh
-                                        << " edge " << edge << " integer " << integer);
-        EXPECT_TRUE(RunBothWays(velomar::Conv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& result) {
-            return vtest::BytesEqual(DirectConv2(src.m, k, s.kw, s.kh, edge, entry, integer), result);
+        vtest::Image src = vtest::RandomImage(w, h, channels, vtest::RandomInt(0, 3));
+        const Matrix in = vtest::MatrixOf(src);
+        SCOPED_TRACE(testing::Message() << "kernel " << s.kw << "x" << s.kh << " edge " << edge << " integer " << integer);
+        EXPECT_TRUE(vtest::FilterMatches(src, Calls(velomar::Conv2, in, &kernel, edge), [&](std::vector<uint8_t> entry) {
+            return DirectConv2(&in, k, s.kw, s.kh, edge, entry, integer);
         }));
         if (!integer) continue;
-        const int step = dest.m->WidthStep, walk = Walk(src.m);
-        EXPECT_TRUE(RunBothWays(velomar::FFTConv2, src, dest, &kernel, edge, [&](const auto& entry, const auto& got) {
+        const int walk = Walk(&in);
+        EXPECT_TRUE(vtest::FilterJudged(src, Calls(velomar::FFTConv2, in, &kernel, edge), [&](const auto& entry, const auto& got) {
             for (int y = 0; y < h; ++y)
-                for (int i = 0; i < step; ++i) {
-                    const size_t at = size_t(y) * step + i;
-                    if (i < walk * w ? !FftValueAcceptable(src.m, k, s.kw, s.kh, edge, i / walk, y, i % walk, got[at])
+                for (int i = 0; i < src.stride; ++i) {
+                    const size_t at = size_t(y) * src.stride + i;
+                    if (i < walk * w ? !FftValueAcceptable(&in, k, s.kw, s.kh, edge, i / walk, y, i % walk, got[at])
                                      : got[at] != entry[at])
                         return ::testing::AssertionFailure() << "FFT byte " << int(got[at]) << " at " << i << "," << y;
                 }
@@ -168,31 +159,33 @@ TEST_P(Conv2Paths, KeepsTheDotProductOrder) {
             }
         Matrix kernel = ftest::KernelRecord(k, s.kw, s.kh);
         const int w = vtest::RandomInt(1, 150), h = vtest::RandomInt(1, 2);
-        ftest::Record src(w, h, DEPTH_8U, 1), dest(w, h, DEPTH_8U, 1);  // (Dest's row padding compared too)
-        for (int y = 0; y < h; ++y) std::fill_n(&Pixel(src.m, 0, y, 0), w, uint8_t(1));
-        const std::vector<uint8_t> expected = DirectConv2(src.m, k, s.kw, s.kh, 0, dest.Bytes(), false);
-        ASSERT_EQ(Conv2(src.m, &kernel, dest.m, 0), STATUS_OK);
-        ASSERT_TRUE(vtest::BytesEqual(expected, dest.Bytes())) << "kernel " << s.kw << "x" << s.kh << " width " << w;
+        vtest::Image src(w, h, 1, 3, 1), dest = vtest::DestFor(src);  // (Dest's row padding compared too)
+        Matrix in = vtest::MatrixOf(src), out = vtest::MatrixOf(dest);
+        const std::vector<uint8_t> expected = DirectConv2(&in, k, s.kw, s.kh, 0, dest.bytes, false);
+        ASSERT_EQ(Conv2(&in, &kernel, &out, 0), STATUS_OK);
+        ASSERT_TRUE(vtest::BytesEqual(expected, dest.bytes)) << "kernel " << s.kw << "x" << s.kh << " width " << w;
     }
 }
 
 TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
     std::vector<float> k(9, 1.0f);
     Matrix kernel = ftest::KernelRecord(k, 3, 3);
-    ftest::Record a(6, 5, DEPTH_8U, 1), b(6, 5, DEPTH_8U, 1), c3(6, 5, DEPTH_8U, 3), wide(7, 5, DEPTH_8U, 1);
-    ftest::Record tall(6, 6, DEPTH_8U, 1), s16(6, 5, DEPTH_16S, 1), d16(6, 5, DEPTH_16S, 1);
-    Matrix noData = *b.m, step = *a.m, signedDepth = *b.m, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
+    std::vector<uint8_t> in(96, 7), out(96, 9);  // room for every record below
+    Matrix a{6, 5, 6, 1, DEPTH_8U, in.data(), 0}, b{6, 5, 6, 1, DEPTH_8U, out.data(), 0}, c3 = b, wide = b, tall = b;
+    Matrix s16 = a, d16 = b, noData = b, step = a, signedDepth = b, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
+    c3.Channel = 3, c3.WidthStep = 18, wide.Width = wide.WidthStep = 7, tall.Height = 6;
+    s16.Depth = d16.Depth = DEPTH_16S, s16.WidthStep = d16.WidthStep = 12;
     noData.Data = noKernelData.Data = nullptr;
     step.WidthStep += 4, signedDepth.Depth = DEPTH_8S, kw0.Width = 0, kh0.Height = 0;  // (the same sizes, another depth)
     struct Case { const Matrix* src; const Matrix* kernel; Matrix* dest; Status conv2, fft; };
     const Case cases[] = {
-        {nullptr, &kernel, b.m, 3, 3}, {a.m, &kernel, nullptr, 3, 3}, {a.m, nullptr, b.m, 3, 3},
-        {&noData, &kernel, b.m, 3, 3}, {a.m, &noKernelData, b.m, 3, 3}, {a.m, &kernel, &noData, 3, 3},
-        {wide.m, &kernel, &noData, 3, 3},  // null Data comes before the shape
-        {a.m, &kernel, wide.m, 5, 5}, {a.m, &kernel, tall.m, 5, 5}, {a.m, &kernel, c3.m, 5, 5},
-        {a.m, &kernel, &signedDepth, 5, 5}, {&step, &kernel, b.m, 5, 5}, {a.m, &kw0, b.m, 4, 4},
-        {a.m, &kh0, b.m, 4, 4}, {wide.m, &kw0, b.m, 5, 5},
-        {s16.m, &kernel, d16.m, 4, 0},  // only Conv2 refuses the depth (through the padding)
+        {nullptr, &kernel, &b, 3, 3}, {&a, &kernel, nullptr, 3, 3}, {&a, nullptr, &b, 3, 3},
+        {&noData, &kernel, &b, 3, 3}, {&a, &noKernelData, &b, 3, 3}, {&a, &kernel, &noData, 3, 3},
+        {&wide, &kernel, &noData, 3, 3},  // null Data comes before the shape
+        {&a, &kernel, &wide, 5, 5}, {&a, &kernel, &tall, 5, 5}, {&a, &kernel, &c3, 5, 5},
+        {&a, &kernel, &signedDepth, 5, 5}, {&step, &kernel, &b, 5, 5}, {&a, &kw0, &b, 4, 4},
+        {&a, &kh0, &b, 4, 4}, {&wide, &kw0, &b, 5, 5},
+        {&s16, &kernel, &d16, 4, 0},  // only Conv2 refuses the depth (through the padding)
     };
     for (const Case& t : cases)
         for (int which = 0; which < 2; ++which) {
