@@ -159,13 +159,12 @@ TEST(ShowFFT, MatchesTheStepByStepPicture) {
 
 // A null image, no pixels, a short stride and two bytes per pixel.
 TEST(SpectrumPictures, CallsOutsideTheContractWriteNothing) {
-    vtest::Image src = vtest::RandomImage(8, 6, 3, 0), dst = vtest::RandomImage(8, 6, 3, 0);
-    const std::vector<uint8_t> before = dst.bytes;
+    const vtest::Image src = vtest::RandomImage(8, 6, 3, 0);
     const uint8_t *in = src.data(), *no = nullptr;
-    for (auto [s, d, w, h, stride] : {std::tuple{no, dst.data(), 8, 6, 24}, {in, dst.data(), 0, 6, 24},
-                                      {in, dst.data(), 8, 6, 7}, {in, dst.data(), 8, 6, 16}})
-        ShowFFT(s, d, w, h, stride, 1, 1), ShowDCT(s, d, w, h, stride, 0), ShowWALSH(s, d, w, h, stride);
-    EXPECT_EQ(before, dst.bytes);
+    for (auto [s, w, stride] : {std::tuple{no, 8, 24}, {in, 0, 24}, {in, 8, 7}, {in, 8, 16}})
+        EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {[&](uint8_t* d) { ShowFFT(s, d, w, 6, stride, 1, 1); },
+                                                               [&](uint8_t* d) { ShowDCT(s, d, w, 6, stride, 0); },
+                                                               [&](uint8_t* d) { ShowWALSH(s, d, w, 6, stride); }}));
 }
 
 }  // namespace
