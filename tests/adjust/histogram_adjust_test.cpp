@@ -14,24 +14,17 @@ using Hist = std::array<uint32_t, 256>;
 using Tab = std::array<uint8_t, 256>;
 enum class Kind { Level, Contrast, Color, Equalize };
 
-struct Raw {
-    const uint8_t* p;
-    int w, h, s;
-    int b() const { return s / w; }
-};
-
-// Calls f(B, G, R) for every pixel of the three-byte walk, or f(v, v, v) for
-// every counted grey byte.
+// Calls f(offset, B, G, R) for every pixel of the three-byte walk (rows
+// 3 * Width plus Stride % Width bytes apart), or f(offset, v, v, v) for every
+// counted grey byte (a Width of a multiple of four counts the padding too).
 template <class F>
-void Walk(const Raw& r, F f) {
-    if (r.b() == 1) {  // a Width of a multiple of four counts the padding too
-        for (int y = 0; y < r.h; ++y)
-            for (int x = 0; x < (r.w % 4 ? r.w : r.s); ++x) f(r.p[y * r.s + x], r.p[y * r.s + x], r.p[y * r.s + x]);
-        return;
-    }
-    const uint8_t* p = r.p;
-    for (int y = 0; y < r.h; ++y, p += r.s - r.b() * r.w)
-        for (int x = 0; x < r.w; ++x, p += 3) f(p[0], p[1], p[2]);
+void Walk(const vtest::Image& r, F f) {
+    const bool grey = r.stride / r.width == 1;
+    const int run = grey ? (r.width % 4 ? r.width : r.stride) : r.width, next = grey ? 0 : 1;
+    const size_t pitch = grey ? r.stride : 3 * r.width + r.stride % r.width;
+    for (int y = 0; y < r.height; ++y)
+        for (size_t x = 0, o = y * pitch; x < size_t(run); ++x, o += 1 + 2 * next)
+            f(o, r.bytes[o], r.bytes[o + next], r.bytes[o + 2 * next]);
 }
 
 void LowHigh(const Hist& h, double T, int& low, int& high) {
@@ -60,36 +53,35 @@ Tab MakeTable(const Hist& h, int low, int high, bool autoGamma) {
     return t;
 }
 
-// The curve applier's walk: grey maps every byte of the buffer, other layouts
-// map three bytes per pixel with a row skip of Stride % Width.
-void Apply(const Raw& r, uint8_t* d, const Tab& tb, const Tab& tg, const Tab& tr) {
-    if (r.b() == 1) return void(std::transform(r.p, r.p + size_t(r.h) * r.s, d, [&](uint8_t v) { return tb[v]; }));
-    size_t o = 0;
-    for (int y = 0; y < r.h; ++y, o += r.s % r.w)
-        for (int x = 0; x < r.w; ++x, o += 3)
-            d[o] = tb[r.p[o]], d[o + 1] = tg[r.p[o + 1]], d[o + 2] = tr[r.p[o + 2]];
+// The curve applier: grey maps every byte of the buffer, other layouts
+// three bytes per pixel of the walk above.
+void Apply(const vtest::Image& r, uint8_t* d, const Tab& tb, const Tab& tg, const Tab& tr) {
+    if (r.stride / r.width == 1)
+        return void(std::transform(r.bytes.begin(), r.bytes.end(), d, [&](uint8_t v) { return tb[v]; }));
+    Walk(r, [&](size_t o, int b, int g, int rd) { d[o] = tb[b], d[o + 1] = tg[g], d[o + 2] = tr[rd]; });
 }
 
-void Model(Kind kind, const Raw& r, uint8_t* d, double clip, bool autoGamma) {
-    if (r.b() == 2) return;  // the three-byte walk would leave the rows
-    if (r.b() == 1 && (kind == Kind::Contrast || kind == Kind::Color)) kind = Kind::Level, autoGamma = true;
-    const double T = double(r.w * r.h) * clip;
+void Model(Kind kind, const vtest::Image& r, uint8_t* d, double clip, bool autoGamma) {
+    const int bytes = r.stride / r.width;
+    if (bytes == 2) return;  // the three-byte walk would leave the rows
+    if (bytes == 1 && (kind == Kind::Contrast || kind == Kind::Color)) kind = Kind::Level, autoGamma = true;
+    const double T = double(r.width * r.height) * clip;
     // One histogram per channel (green and red stay empty unless pixels are
     // exactly three bytes), and one of the luminance (Color) or of every
     // counted byte (Equalize).
     std::array<Hist, 3> h{};
     Hist one{};
-    Walk(r, [&](int b, int g, int rd) {
+    Walk(r, [&](size_t, int b, int g, int rd) {
         ++h[0][b];
-        if (r.b() == 3) ++h[1][g], ++h[2][rd];
+        if (bytes == 3) ++h[1][g], ++h[2][rd];
         if (kind == Kind::Color) ++one[(b + 2 * g + rd) >> 2];
-        if (kind == Kind::Equalize) ++one[b], one[g] += r.b() != 1, one[rd] += r.b() != 1;
+        if (kind == Kind::Equalize) ++one[b], one[g] += bytes != 1, one[rd] += bytes != 1;
     });
     std::array<Tab, 3> t{};
     int low, high, lo = 256, hi = -1;
     if (kind == Kind::Equalize) {
         double s = 0;
-        for (int i = 0; i < 256; ++i) t[0][i] = uint8_t(int((s += one[i]) * 255.0 / (r.b() * r.w * r.h)));
+        for (int i = 0; i < 256; ++i) t[0][i] = uint8_t(int((s += one[i]) * 255.0 / (bytes * r.width * r.height)));
         return Apply(r, d, t[0], t[0], t[0]);
     }
     if (kind != Kind::Level) {  // one curve: the luminance's range, or the channels' joint range over their sum
@@ -102,7 +94,7 @@ void Model(Kind kind, const Raw& r, uint8_t* d, double clip, bool autoGamma) {
         t[0] = MakeTable(one, lo, hi, autoGamma);
         return Apply(r, d, t[0], t[0], t[0]);
     }
-    for (int c = 0; c < (r.b() == 3 ? 3 : 1); ++c) {
+    for (int c = 0; c < (bytes == 3 ? 3 : 1); ++c) {
         LowHigh(h[c], T, low, high);
         t[c] = MakeTable(h[c], low, high, autoGamma);
     }
@@ -151,7 +143,7 @@ TEST(AutoAdjust, MatchesDirectModelOnRandomLayouts) {
             EXPECT_TRUE(vtest::FilterMatches(
                 src, [&](auto... a) { RunKind(kind, a..., clip, gamma); },
                 [&](std::vector<uint8_t> d) {
-                    Model(kind, {src.data(), src.width, src.height, src.stride}, d.data(), clip, gamma);
+                    Model(kind, src, d.data(), clip, gamma);
                     return d;
                 }))
                 << "kind " << int(kind) << " clip " << clip << " gamma " << gamma;
