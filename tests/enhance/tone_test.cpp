@@ -38,34 +38,93 @@ std::vector<uint8_t> GammaCurve(const std::vector<uint8_t>& values, double alpha
     return curve;
 }
 
+// Mean over the given scales of ln(v + 1) - ln(blur + 1), every byte position.
+std::vector<double> DirectRetinex(const uint8_t* src, int w, int h, int stride, const std::vector<double>& scales) {
+    const size_t n = size_t(h) * stride;
+    std::vector<double> acc(n, 0.0);
+    for (double sigma : scales) {
+        std::vector<uint8_t> blur(src, src + n);
+        GuassBlur(src, blur.data(), w, h, stride, sigma);
+        for (size_t i = 0; i < n; ++i) acc[i] += (std::log(src[i] + 1.0) - std::log(blur[i] + 1.0)) * (1.0 / scales.size());
+    }
+    return acc;
+}
+
+// Channel by channel over `layout` (grey, or three bytes a pixel).
+std::vector<uint8_t> DirectStretch(const std::vector<double>& acc, std::vector<uint8_t> d, const Image& layout,
+                                   double dynamic) {
+    const int c = layout.stride / layout.width == 1 ? 1 : 3;
+    const double n = double(layout.width) * layout.height;
+    double sum[3] = {}, sq[3] = {};
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sum[k] += acc[i]; });
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sq[k] += std::pow(acc[i] - sum[k] / n, 2); });
+    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) {
+        const double sd = std::sqrt(sq[k] / n), lo = sum[k] / n - dynamic * sd, range = (sum[k] / n + dynamic * sd) - lo;
+        d[i] = vtest::TruncClamp((acc[i] - lo) * (255 / (range == 0 ? 1.0 : range)));
+    });
+    return d;
+}
+
+std::vector<double> Scales(double sigma, int n) {
+    std::vector<double> s = n == 1 ? std::vector{sigma} : n == 2 ? std::vector{0.5 * sigma, sigma} : std::vector<double>{};
+    for (int i = 0; n > 2 && i < n; ++i) s.push_back(2.0 + i * (sigma / n));
+    return s;
+}
+
 // Lee stretches the box mean (in place over 0..255, the range ignored); detail
 // enhancement amplifies the guided filter's detail; LSD's gain follows the
 // local deviation, grey pixels taking the bytes Dest held as their means.
 // Adaptive gamma's value path on grey-valued pixels (no hue) is the grey path;
-// its last picture holds every value once in each plane: a flat histogram.
-TEST(ContrastEnhancement, LeeDetailLsdAndGammaMatchDirectModels) {
+// trial 16 holds every value once in each plane: a flat histogram. Exposure
+// blending weighs the exposures by the smoothed picture; tone mapping (three
+// bytes a pixel) compresses the log base layer. Retinex: a constant picture
+// (every fifth) has no spread, and Dynamic 0 (every sixth) no range: the
+// stretch then divides by 1; every eighth takes 10 scales, more than are kept
+// as bytes.
+TEST(ToneSweep, ContrastHdrAndRetinexMatchDirectModels) {
+    EXPECT_EQ(Scales(90, 3), (std::vector<double>{2, 32, 62}));  // the worked example's spacing
     Image ramp(16, 16, 3);
     for (size_t i = 0; i < ramp.bytes.size(); ++i) ramp.bytes[i] = uint8_t(i / 3 * 7 + i % 3 * 50 + 3);
-    for (int trial = 0; trial < 18; ++trial) {
-        const Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 30);
+    for (int trial = 0; trial < 24 && !HasFailure(); ++trial) {
+        const Image noise = vtest::SweepImage(trial, {1, 3, 4}, 40, 30);
+        const Image src = trial % 5 == 4 ? vtest::Flat(noise, 140) : noise;
+        const int w = src.width, h = src.height, c = src.channels;
         const int r = RandomInt(0, 6), amount = trial == 0 ? 100 : RandomInt(-100, 400);
         int lo = RandomInt(-20, 150), hi = trial % 4 == 3 ? lo - RandomInt(0, 5) : RandomInt(lo + 1, 280);
         if (trial == 1) lo = INT32_MIN + 1, hi = INT32_MAX;  // the whole 32-bit range once overflowed
         auto lee = [&](auto... a) { LeeContrastEnhancement(a..., r, amount, lo, hi); };
         EXPECT_TRUE(vtest::FilterMatches(src, lee, [&](std::vector<uint8_t> box) {
             const int64_t low = box == src.bytes ? 0 : lo, high = box == src.bytes ? 255 : hi;
-            BoxBlur(src.data(), box.data(), src.width, src.height, src.stride, r, 0);
+            BoxBlur(src.data(), box.data(), w, h, src.stride, r, 0);
             return Amplified(src, box, amount, [&](int m) {
                 return int(high <= low ? 127 : m < low ? 0 : m > high ? 255 : (m - low) * 255 / (high - low));
             });
         })) << "Lee range " << lo << ".." << hi << " amount " << amount;
-        if (src.channels == 4) continue;
+        const int scales = trial % 8 == 7 ? 10 : RandomInt(1, 4);
+        const double sigma = RandomInt(1, 60), dynamic = trial % 6 == 5 ? 0.0 : RandomInt(1, 30) / 10.0;
+        auto gimp = [&](auto... a) { MSRCRGIMP(a..., sigma, scales, dynamic); };
+        EXPECT_TRUE(vtest::FilterMatches(src, gimp, [&](std::vector<uint8_t> d) {
+            return DirectStretch(DirectRetinex(src.data(), w, h, src.stride, Scales(sigma, scales)), d, src, dynamic);
+        })) << " scales " << scales << " sigma " << sigma;
+        auto hsvRetinex = [&](auto... a) { MSRHSV(a..., sigma, scales, dynamic); };
+        if (c != 1)
+            EXPECT_TRUE(vtest::FilterMatches(src, hsvRetinex, [&](std::vector<uint8_t> d) {
+                std::vector<double> hsv(size_t(w) * h * 3);
+                std::vector<uint8_t> v(size_t(w) * h);
+                for (int y = 0; y < h; ++y) velomar::RowBgrToHsv(w, &src.bytes[size_t(y) * src.stride], &hsv[3 * size_t(y) * w]);
+                for (size_t i = 0; i < v.size(); ++i) v[i] = uint8_t(hsv[3 * i + 2]);
+                v = DirectStretch(DirectRetinex(v.data(), w, h, w, Scales(sigma, scales)), v, Image(w, h, 1), dynamic);
+                for (size_t i = 0; i < v.size(); ++i) hsv[3 * i + 2] = v[i];
+                for (int y = 0; y < h; ++y) velomar::RowHsvToBgr(w, &hsv[3 * size_t(y) * w], &d[size_t(y) * src.stride]);
+                return d;
+            })) << "HSV";
+        if (c == 4) continue;
         auto detail = [&](auto... a) { DetailEnhanceByEdgePreseveingFilter(a..., r, amount); };
         EXPECT_TRUE(vtest::FilterMatches(src, detail, [&](std::vector<uint8_t> base) {
             GuidedFilter(src.data(), src.data(), base.data(), src.width, src.height, src.stride, r, double(0.01f));
             return Amplified(src, base, amount, [](int b) { return b; });
         })) << "detail amount " << amount;
-        const int c = src.channels, lsdAmount = RandomInt(0, 300), maxGain = RandomInt(1, 6);
+        const int lsdAmount = RandomInt(0, 300), maxGain = RandomInt(1, 6);
         const vtest::LocalStats stats = vtest::DirectLocalStats(src, r, 1, c);
         double alpha[3] = {};
         for (int k = 0; k < c; ++k) {
@@ -90,6 +149,21 @@ TEST(ContrastEnhancement, LeeDetailLsdAndGammaMatchDirectModels) {
             });
             return out;
         })) << "LSD amount " << lsdAmount << " gain " << maxGain;
+        const Image shadows = vtest::RandomImage(src.width, src.height, src.channels, src.stride - src.width * src.channels);
+        const Image highlights = vtest::DestFor(src, 0x11);
+        auto blend = [&](const uint8_t* s, uint8_t* d, auto... a) {
+            HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, a..., r);
+        };
+        EXPECT_TRUE(vtest::FilterMatches(src, blend, [&](std::vector<uint8_t> out) {
+            std::vector<uint8_t> smooth(out.size());
+            GuidedFilter(src.data(), src.data(), smooth.data(), w, h, src.stride, r, 0.01);
+            vtest::EachRowByte(src, w * src.channels, [&](size_t i) {
+                const double weight = std::exp(-4 * std::pow(smooth[i] - 127.5, 2) / 16256.25);
+                const int s = src.bytes[i], o = s > 127 ? highlights.bytes[i] : shadows.bytes[i];
+                out[i] = vtest::TruncClamp(o * (1 - weight) + s * weight);
+            });
+            return out;
+        }));
         if (c == 1) continue;
         const Image& colour = trial == 16 ? ramp : src;
         Image grey = colour;
@@ -105,36 +179,12 @@ TEST(ContrastEnhancement, LeeDetailLsdAndGammaMatchDirectModels) {
                 return d;
             })) << " hsv " << int(hsv) << " alpha " << exponent;
         }
-    }
-}
-
-// Exposure blending weighs the exposures by the smoothed picture; tone mapping
-// (three bytes a pixel) compresses the log base layer.
-TEST(Hdr, ExposureBlendingAndToneMappingMatchDirectModels) {
-    for (int trial = 0; trial < 12; ++trial) {
-        Image src = vtest::SweepImage(trial, {1, 3}, 40, 30);
-        const Image shadows = vtest::RandomImage(src.width, src.height, src.channels, src.stride - src.width * src.channels);
-        const Image highlights = vtest::DestFor(src, 0x11);
-        const int r = RandomInt(0, 5), w = src.width, h = src.height;
-        auto blend = [&](const uint8_t* s, uint8_t* d, auto... a) {
-            HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, a..., r);
-        };
-        EXPECT_TRUE(vtest::FilterMatches(src, blend, [&](std::vector<uint8_t> out) {
-            std::vector<uint8_t> smooth(out.size());
-            GuidedFilter(src.data(), src.data(), smooth.data(), w, h, src.stride, r, 0.01);
-            vtest::EachRowByte(src, w * src.channels, [&](size_t i) {
-                const double weight = std::exp(-4 * std::pow(smooth[i] - 127.5, 2) / 16256.25);
-                const int s = src.bytes[i], o = s > 127 ? highlights.bytes[i] : shadows.bytes[i];
-                out[i] = vtest::TruncClamp(o * (1 - weight) + s * weight);
-            });
-            return out;
-        }));
-        if (src.channels == 1) continue;
-        src.at(0, 0, 0) = src.at(0, 0, 1) = 0;  // no intensity: the pixel keeps its red
-        const size_t n = size_t(w) * h;
-        std::vector<double> I(n), base(n);
-        vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
-            const double g = src.at(x, y, 1) * 0.00392156862745098, b = src.at(x, y, 0) * 0.00392156862745098;
+        Image dim = src;
+        dim.at(0, 0, 0) = dim.at(0, 0, 1) = 0;  // no intensity: the pixel keeps its red
+        const size_t pixels = size_t(w) * h;
+        std::vector<double> I(pixels), base(pixels);
+        vtest::EachSample(dim, 1, [&](int x, int y, int, size_t) {
+            const double g = dim.at(x, y, 1) * 0.00392156862745098, b = dim.at(x, y, 0) * 0.00392156862745098;
             I[size_t(y) * w + x] = (g * 40 + b * 20 + b) * 0.01639344262295082;
         });
         velomar::GuidedFilterCore(I.data(), I.data(), base.data(), w, h, r + 1, 0.01);
@@ -142,14 +192,14 @@ TEST(Hdr, ExposureBlendingAndToneMappingMatchDirectModels) {
         const double top = *std::max_element(base.begin(), base.end()), bottom = *std::min_element(base.begin(), base.end());
         const double gamma = top > bottom ? std::log10(5.0) / (top - bottom) : 0;
         auto toneMap = [&](auto... a) { HdrBasedOnGuiderFilter(a..., r + 1); };
-        EXPECT_TRUE(vtest::FilterMatches(src, toneMap, [&](std::vector<uint8_t> d) {
-            vtest::EachSample(src, 3, [&](int x, int y, int, size_t at) {
+        EXPECT_TRUE(vtest::FilterMatches(dim, toneMap, [&](std::vector<uint8_t> d) {
+            vtest::EachSample(dim, 3, [&](int x, int y, int, size_t at) {
                 const size_t i = size_t(y) * w + x;
                 const double logI = base[i] * gamma + (std::log10(I[i] + 0.00001) - base[i]) - top * gamma;
                 const double ratio = I[i] == 0 ? 1 : std::pow(10.0, logI) / I[i];
-                d[at] = vtest::TruncClamp(src.bytes[at] * 0.00392156862745098 * ratio * 255.0 + 0.5);
+                d[at] = vtest::TruncClamp(dim.bytes[at] * 0.00392156862745098 * ratio * 255.0 + 0.5);
             });
-            EXPECT_EQ(d[2], src.bytes[2]);
+            EXPECT_EQ(d[2], dim.bytes[2]);
             return d;
         }));
     }
@@ -160,6 +210,7 @@ TEST(Hdr, ExposureBlendingAndToneMappingMatchDirectModels) {
     HdrBasedOnGuiderFilter(flat.data(), lifted.data(), 9, 7, 27, 3);
     EXPECT_TRUE(vtest::AllBytes(lifted.bytes, 255));
 }
+
 
 // The skin smoothing composed from its building blocks; Dest starts as a copy
 // of the whole source buffer, row padding included.
@@ -209,67 +260,6 @@ TEST(Dermabrasion, ComposesSmootherToneMaskAndSharpening) {
         auto filter = [&](auto... a) { DermabrasionFilter(a..., type, mode, level, amount); };
         EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto&) { return DirectDermabrasion(src, type, mode, level, amount); }))
             << " type " << type << " mode " << mode << " level " << level << " amount " << amount;
-    }
-}
-
-// Mean over the given scales of ln(v + 1) - ln(blur + 1), every byte position.
-std::vector<double> DirectRetinex(const uint8_t* src, int w, int h, int stride, const std::vector<double>& scales) {
-    const size_t n = size_t(h) * stride;
-    std::vector<double> acc(n, 0.0);
-    for (double sigma : scales) {
-        std::vector<uint8_t> blur(src, src + n);
-        GuassBlur(src, blur.data(), w, h, stride, sigma);
-        for (size_t i = 0; i < n; ++i) acc[i] += (std::log(src[i] + 1.0) - std::log(blur[i] + 1.0)) * (1.0 / scales.size());
-    }
-    return acc;
-}
-
-// Channel by channel over `layout` (grey, or three bytes a pixel).
-std::vector<uint8_t> DirectStretch(const std::vector<double>& acc, std::vector<uint8_t> d, const Image& layout,
-                                   double dynamic) {
-    const int c = layout.stride / layout.width == 1 ? 1 : 3;
-    const double n = double(layout.width) * layout.height;
-    double sum[3] = {}, sq[3] = {};
-    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sum[k] += acc[i]; });
-    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) { sq[k] += std::pow(acc[i] - sum[k] / n, 2); });
-    vtest::EachSample(layout, c, [&](int, int, int k, size_t i) {
-        const double sd = std::sqrt(sq[k] / n), lo = sum[k] / n - dynamic * sd, range = (sum[k] / n + dynamic * sd) - lo;
-        d[i] = vtest::TruncClamp((acc[i] - lo) * (255 / (range == 0 ? 1.0 : range)));
-    });
-    return d;
-}
-
-std::vector<double> Scales(double sigma, int n) {
-    std::vector<double> s = n == 1 ? std::vector{sigma} : n == 2 ? std::vector{0.5 * sigma, sigma} : std::vector<double>{};
-    for (int i = 0; n > 2 && i < n; ++i) s.push_back(2.0 + i * (sigma / n));
-    return s;
-}
-
-// A constant picture (every fifth) has no spread, and Dynamic 0 (every
-// sixth) no range: the stretch then divides by 1. Every eighth takes 10
-// scales, more than are kept as bytes.
-TEST(Retinex, MSRCRGIMPAndMSRHSVMatchDirectModel) {
-    EXPECT_EQ(Scales(90, 3), (std::vector<double>{2, 32, 62}));  // the worked example's spacing
-    for (int trial = 0; trial < 24 && !HasFailure(); ++trial) {
-        const Image noise = vtest::SweepImage(trial, {1, 3, 4}, 30, 20, 3);
-        const Image src = trial % 5 == 4 ? vtest::Flat(noise, 140) : noise;
-        const int w = src.width, h = src.height, n = trial % 8 == 7 ? 10 : RandomInt(1, 4);
-        const double sigma = RandomInt(1, 60), dynamic = trial % 6 == 5 ? 0.0 : RandomInt(1, 30) / 10.0;
-        auto gimp = [&](auto... a) { MSRCRGIMP(a..., sigma, n, dynamic); };
-        EXPECT_TRUE(vtest::FilterMatches(src, gimp, [&](std::vector<uint8_t> d) {
-            return DirectStretch(DirectRetinex(src.data(), w, h, src.stride, Scales(sigma, n)), d, src, dynamic);
-        })) << " scales " << n << " sigma " << sigma;
-        if (src.channels == 1) continue;
-        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { MSRHSV(a..., sigma, n, dynamic); }, [&](std::vector<uint8_t> d) {
-            std::vector<double> hsv(size_t(w) * h * 3);
-            std::vector<uint8_t> v(size_t(w) * h);
-            for (int y = 0; y < h; ++y) velomar::RowBgrToHsv(w, &src.bytes[size_t(y) * src.stride], &hsv[3 * size_t(y) * w]);
-            for (size_t i = 0; i < v.size(); ++i) v[i] = uint8_t(hsv[3 * i + 2]);
-            v = DirectStretch(DirectRetinex(v.data(), w, h, w, Scales(sigma, n)), v, Image(w, h, 1), dynamic);
-            for (size_t i = 0; i < v.size(); ++i) hsv[3 * i + 2] = v[i];
-            for (int y = 0; y < h; ++y) velomar::RowHsvToBgr(w, &hsv[3 * size_t(y) * w], &d[size_t(y) * src.stride]);
-            return d;
-        })) << "HSV";
     }
 }
 
