@@ -20,9 +20,7 @@ TEST(Haze, ResizeNearestAndBilinear) {
         const Image src = vtest::RandomImage(RandomInt(1, 30), RandomInt(1, 30), c, RandomInt(0, 1) ? 0 : 1);
         const int sw = src.width, sh = src.height, dw = RandomInt(1, 50), dh = RandomInt(1, 50);
         const int64_t stepX = (int64_t(sw) << 16) / dw + 1, stepY = (int64_t(sh) << 16) / dh + 1;
-        auto at = [&](int64_t x, int64_t y, int k) {  // replicated beyond the edges
-            return int(src.at(int(std::clamp<int64_t>(x, 0, sw - 1)), int(std::clamp<int64_t>(y, 0, sh - 1)), k));
-        };
+        auto at = [&](int64_t x, int64_t y, int k) { return int(src.at(vtest::MapEdge(x, sw, 0), vtest::MapEdge(y, sh, 0), k)); };
         for (int mode : {0, 1}) {
             Image out(dw, dh, c, 2, 0x5A), expected = out;  // padding compared too
             velomar::Resize(mode, src.data(), sw, sh, src.stride, out.data(), dw, dh, out.stride);
