@@ -1,5 +1,6 @@
 // The recursive edge-preserving filters against direct models: every line
 // recursion written out on a 2-D grid, the homogeneous block searched plainly.
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -68,9 +69,10 @@ void BiExpBothOrders(Grid<double>& a, Grid<double>& b, double lambda, double sig
     rows(a), columns(a), columns(b), rows(b);
 }
 
-// Lambda 0 passes the image through.
+// Lambda 0 passes the image through; four bytes per pixel are left alone.
 std::vector<uint8_t> BiExpModel(const Image& src, std::vector<uint8_t> d, double lambda, double sigma) {
     const int c = src.stride / src.width;
+    if (c == 4) return d;
     for (int ch = 0; ch < c; ++ch) {
         Grid<double> a = GridOf<double>(src, c, ch), b = a;
         if (lambda != 0) BiExpBothOrders(a, b, lambda, sigma);
@@ -79,33 +81,6 @@ std::vector<uint8_t> BiExpModel(const Image& src, std::vector<uint8_t> d, double
                 d[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(std::clamp((a[y][x] + b[y][x]) * 0.5, 0.0, 255.0));
     }
     return d;
-}
-
-// The bytes, and the two orders on the first plane of doubles to the bit.
-TEST(BiExponentialEPF, MatchesTheLineRecursionsInBothOrders) {
-    struct Case { int w, h, c, pad; double lambda, sigma; };
-    const Case cases[] = {{17, 11, 1, 3, 50, 20}, {9, 14, 3, 2, 5, 10},   {1, 9, 3, 0, 20, 1e9},
-                          {13, 1, 1, 0, 20, 0.01}, {23, 6, 3, 1, 0.5, 40}, {9, 5, 1, 2, 0, 20},
-                          {23, 17, 1, 0, 50, 20},  {1, 8, 1, 0, 5, 3},     {30, 2, 1, 0, 0.7, 1e6}};
-    for (const Case& t : cases) {
-        const Image src = vtest::RandomSmoothImage(t.w, t.h, t.c, t.pad);
-        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { BiExponentialEPF(a..., t.lambda, t.sigma); },
-                                         [&](std::vector<uint8_t> d) { return BiExpModel(src, d, t.lambda, t.sigma); }))
-            << "lambda " << t.lambda << " sigma " << t.sigma;
-        if (t.lambda == 0) continue;
-        Grid<double> a = GridOf<double>(src, t.c, 0), b = a;
-        std::vector<double> pa = Flattened(a), pb = pa;
-        velomar::SmoothRowsThenColumns(pa.data(), t.w, t.h, Rho(t.lambda), t.sigma);
-        velomar::SmoothColumnsThenRows(pb.data(), t.w, t.h, Rho(t.lambda), t.sigma);
-        BiExpBothOrders(a, b, t.lambda, t.sigma);
-        EXPECT_EQ(pa, Flattened(a)) << "rows first, lambda " << t.lambda;
-        EXPECT_EQ(pb, Flattened(b)) << "columns first, lambda " << t.lambda;
-    }
-    const Image src = vtest::RandomImage(10, 6, 4);  // four bytes per pixel, no image, no pixels
-    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(10, 6, 4), {[&](uint8_t* d) {
-        BiExponentialEPF(src.data(), d, 10, 6, 40, 50, 20), BiExponentialEPF(nullptr, d, 10, 6, 40, 50, 20);
-        BiExponentialEPF(src.data(), d, 0, 6, 40, 50, 20);
-    }}));
 }
 
 // ---- recursive domain transform ------------------------------------------
@@ -161,28 +136,6 @@ std::vector<uint8_t> DomainModel(const Image& src, const Image& guide, std::vect
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x) d[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(double(j[ch][y][x]) * 255.0);
     return d;
-}
-
-// No iterations is the float round trip alone.
-TEST(RecursiveDomainTransformFilter, MatchesTheDirectSweeps) {
-    struct Case { int w, h, c, pad; double ss, sr; int iterations; bool ownGuide; };
-    const Case cases[] = {{19, 13, 1, 2, 20, 30, 3, true}, {11, 9, 3, 1, 6, 15, 2, false}, {7, 10, 4, 0, 40, 80, 1, false},
-                          {16, 1, 3, 0, 20, 30, 4, true},  {1, 12, 1, 0, 3, 1, 3, true},   {9, 7, 3, 0, 20, 30, 0, false},
-                          {12, 8, 1, 0, 5, 1e-3, 2, false}};
-    for (const Case& t : cases) {
-        const Image src = vtest::RandomSmoothImage(t.w, t.h, t.c, t.pad);
-        const Image guide = t.ownGuide ? src : vtest::RandomImage(t.w, t.h, t.c, t.pad);
-        auto filter = [&](const uint8_t* s, auto... a) {
-            RecursiveDomainTransformFilter(s, t.ownGuide ? s : guide.data(), a..., t.ss, t.sr, t.iterations);
-        };
-        EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto d) { return DomainModel(src, guide, d, t.ss, t.sr, t.iterations); }))
-            << "iterations " << t.iterations;
-    }
-    const Image src = vtest::RandomImage(6, 4, 3);  // no guide; two bytes per pixel
-    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(6, 4, 3), {[&](uint8_t* d) {
-        RecursiveDomainTransformFilter(src.data(), nullptr, d, 6, 4, 18, 20, 30, 3);
-        RecursiveDomainTransformFilter(src.data(), src.data(), d, 6, 4, 13, 20, 30, 3);
-    }}));
 }
 
 // ---- speckle-reducing diffusion -------------------------------------------
@@ -243,23 +196,60 @@ std::vector<uint8_t> SpeckleModel(const Image& src, std::vector<uint8_t> d, int 
     return d;
 }
 
-TEST(SpeckleReducingAnisotropicDiffusion, MatchesTheDirectDiffusion) {
-    struct Case { int w, h, c, pad, iterations; double lambda; };
-    // 130 x 70: two whole blocks; the others are smaller than a block. The
-    // last is uniform: its coefficients are 0 / 0.
-    const Case cases[] = {{130, 70, 1, 3, 3, 0.5}, {21, 14, 3, 1, 4, 1.0}, {9, 8, 4, 0, 2, 0.25}, {1, 6, 1, 0, 2, 0.5},
-                          {12, 12, 1, 0, 0, 0.5},  {70, 66, 3, 0, 5, 0.5}};
-    for (const Case& t : cases) {
-        const Image noise = vtest::RandomSmoothImage(t.w, t.h, t.c, t.pad);
-        const Image src = &t == std::end(cases) - 1 ? vtest::Flat(noise, 120) : noise;
-        auto filter = [&](auto... a) { SpeckleReducingAnisotropicDiffusion(a..., t.iterations, t.lambda); };
-        EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](std::vector<uint8_t> d) {
-            // Three bytes per pixel filter each channel; other layouts the first Width bytes of each row.
-            const int walk = t.c == 3 ? 3 : 1;
-            for (int ch = 0; ch < walk; ++ch) d = SpeckleModel(src, d, walk, ch, t.iterations, t.lambda);
+// The three filters on the same pictures, over a separate Dest and in place.
+// Bi-exponential: lambda 0 passes the image through; the two orders are also
+// compared on doubles (the bytes hide the last bits). Domain transform: the
+// source or a picture of noise as guide; no iterations is the float round trip
+// alone. Speckle diffusion: three bytes per pixel filter each channel, other
+// layouts the first Width bytes of each row. Every fourth picture is one or two
+// rows high. The last two pictures hold whole 64 x 64 blocks (two of them side
+// by side in the first); the last is uniform: its coefficients are 0 / 0.
+TEST(RecursiveFilters, MatchTheirDirectModels) {
+    const double lambdas[] = {50, 5, 20, 0.5, 0, 0.7}, sigmas[] = {20, 10, 1e9, 0.01, 40, 3, 1e6};
+    const double spatial[] = {20, 6, 40, 3, 5}, range[] = {30, 15, 80, 1, 1e-3};
+    for (int trial = 0; trial < 38 && !HasFailure(); ++trial) {
+        const int big = trial - 36, h = trial % 4 == 1 ? 2 : 17;
+        const Image noise = big < 0 ? vtest::SweepImage(trial, {1, 3, 4}, 30, h, 3)
+                                    : vtest::RandomSmoothImage(big ? 70 : 130, big ? 66 : 70, big ? 3 : 1, big ? 0 : 3);
+        const Image src = big == 1 ? vtest::Flat(noise, 120) : noise;
+        const double lambda = lambdas[trial / 3 % 6], sigma = sigmas[trial % 7];
+        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { BiExponentialEPF(a..., lambda, sigma); },
+                                         [&](auto d) { return BiExpModel(src, d, lambda, sigma); }))
+            << "lambda " << lambda << " sigma " << sigma;
+        if (lambda != 0) {  // the two orders on the first plane of doubles, to the bit
+            Grid<double> a = GridOf<double>(src, src.channels, 0), b = a;
+            std::vector<double> pa = Flattened(a), pb = pa;
+            velomar::SmoothRowsThenColumns(pa.data(), src.width, src.height, Rho(lambda), sigma);
+            velomar::SmoothColumnsThenRows(pb.data(), src.width, src.height, Rho(lambda), sigma);
+            BiExpBothOrders(a, b, lambda, sigma);
+            EXPECT_EQ(pa, Flattened(a)) << "rows first, lambda " << lambda;
+            EXPECT_EQ(pb, Flattened(b)) << "columns first, lambda " << lambda;
+        }
+        const bool ownGuide = trial % 4 == 0;
+        const Image guide = ownGuide ? src : vtest::DestFor(src, 0x5A);
+        const double ss = spatial[trial / 5 % 5], sr = range[trial / 5 % 5];
+        const int iterations = trial % 5;
+        auto domain = [&](const uint8_t* s, auto... a) {
+            RecursiveDomainTransformFilter(s, ownGuide ? s : guide.data(), a..., ss, sr, iterations);
+        };
+        EXPECT_TRUE(vtest::FilterMatches(src, domain,
+                                         [&](auto d) { return DomainModel(src, guide, d, ss, sr, iterations); }))
+            << "domain transform, iterations " << iterations;
+        const int steps = big < 0 ? trial % 5 : 3 + 2 * big;
+        const double speckle = std::array{0.5, 1.0, 0.25}[trial / 3 % 3];
+        auto diffusion = [&](auto... a) { SpeckleReducingAnisotropicDiffusion(a..., steps, speckle); };
+        EXPECT_TRUE(vtest::FilterMatches(src, diffusion, [&](std::vector<uint8_t> d) {
+            const int walk = src.channels == 3 ? 3 : 1;
+            for (int ch = 0; ch < walk; ++ch) d = SpeckleModel(src, d, walk, ch, steps, speckle);
             return d;
-        })) << "iterations " << t.iterations;
+        })) << "speckle, iterations " << steps;
     }
+    const Image src = vtest::RandomImage(6, 4, 3);  // no image, no pixels, no guide; two bytes per pixel
+    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(6, 4, 3), {[&](uint8_t* d) {
+        BiExponentialEPF(nullptr, d, 6, 4, 18, 50, 20), BiExponentialEPF(src.data(), d, 0, 4, 18, 50, 20);
+        RecursiveDomainTransformFilter(src.data(), nullptr, d, 6, 4, 18, 20, 30, 3);
+        RecursiveDomainTransformFilter(src.data(), src.data(), d, 6, 4, 13, 20, 30, 3);
+    }}));
 }
 
 // The diffusion itself on doubles, to the bit (the bytes hide the last bits),
