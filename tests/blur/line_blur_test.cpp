@@ -37,10 +37,8 @@ std::map<std::pair<int, int>, double> FloatKernel(int distance, double angle, bo
         const double t = (2 * k + 1 - (trailing ? 2 * n : n)) / 8.0, x = t * ux, y = t * uy;
         const int ix = int(std::floor(x)), iy = int(std::floor(y));
         const double fx = x - ix, fy = y - iy;
-        m[{ix, iy}] += (1 - fx) * (1 - fy) * 65536 / n;
-        m[{ix + 1, iy}] += fx * (1 - fy) * 65536 / n;
-        m[{ix, iy + 1}] += (1 - fx) * fy * 65536 / n;
-        m[{ix + 1, iy + 1}] += fx * fy * 65536 / n;
+        for (int q = 0; q < 4; ++q)  // the corners (ix, iy), (ix + 1, iy), (ix, iy + 1), (ix + 1, iy + 1)
+            m[{ix + q % 2, iy + q / 2}] += (q % 2 ? fx : 1 - fx) * (q / 2 ? fy : 1 - fy) * 65536 / n;
     }
     return m;
 }
