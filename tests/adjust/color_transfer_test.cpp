@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
-#include "common/reference.h"
+#include "common/suite.h"
 
 namespace {
 
@@ -58,8 +58,7 @@ std::vector<uint8_t> DirectTransfer(const vtest::Image& ref, const vtest::Image&
 vtest::Image Sample(int kind, int w, int h, int pad) {
     if (kind == 0) return vtest::RandomImage(w, h, 3, pad);
     auto img = vtest::RandomSmoothImage(w, h, 3, pad);
-    for (int y = 0; kind == 2 && y < h; ++y)
-        for (int k = 0; k < 3 * w; ++k) img.bytes[size_t(y) * img.stride + k] &= 0xE0;
+    if (kind == 2) vtest::EachRowByte(img, 3 * w, [&](size_t i) { img.bytes[i] &= 0xE0; });
     return img;
 }
 

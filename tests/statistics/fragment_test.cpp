@@ -43,10 +43,9 @@ TEST(Fragment, MatchesDirectSamplingAndStraightDown) {
         const int w = src.width, h = src.height, c = src.channels, count = RandomInt(1, 12);
         const int distance = trial % 10 == 3 ? 0 : trial % 7 == 0 ? RandomInt(50, 300) : RandomInt(-15, 15);
         const double angle = RandomInt(-720, 720) * 0.5;
-        if (c == 4)  // some transparent pixels, some fully transparent areas
-            for (int y = 0; y < h; ++y)
-                for (int x = 0; x < w; ++x)
-                    if (RandomInt(0, 2) == 0 || x < w / 3) src.at(x, y, 3) = 0;
+        vtest::EachSample(src, c, [&](int x, int, int k, size_t i) {
+            if (k == 3 && (RandomInt(0, 2) == 0 || x < w / 3)) src.bytes[i] = 0;  // some transparent areas too
+        });
         EXPECT_TRUE(vtest::FilterMatches(
             src, [&](auto... a) { Fragment(a..., count, distance, angle); },
             [&](std::vector<uint8_t> d) { return DirectFragment(src, count, distance, angle, d); }))

@@ -48,8 +48,7 @@ TEST(LocalMeanVariance, MatchesDirectFormulaAndStdFilterTakesItsRoot) {
     }
     // 0/255 checkerboard, radius 1: 126 wherever the box lies inside.
     Image board(9, 7, 1, 3), out(9, 7, 1, 3, 0x77);
-    for (int y = 0; y < 7; ++y)
-        for (int x = 0; x < 9; ++x) board.at(x, y) = (x + y) % 2 ? 255 : 0;
+    vtest::EachSample(board, 1, [&](int x, int y, int, size_t i) { board.bytes[i] = (x + y) % 2 ? 255 : 0; });
     StdFilter(board.data(), out.data(), 9, 7, board.stride, 1, 1);
     for (int y = 1; y < 6; ++y)
         for (int x = 1; x < 8; ++x) EXPECT_EQ(126, out.at(x, y)) << x << "," << y;
