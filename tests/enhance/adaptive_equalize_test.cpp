@@ -17,7 +17,8 @@ struct Shape {
     int w, h, stride;
 };
 
-void Clip(Curve& t, int limit) {
+// The counts clipped at `limit`, the excess spread below it; then the equalising curve.
+void ClipAndEqualize(Curve& t, int limit) {
     long excess = 0;
     for (int v : t) excess += v > limit ? v - limit : 0;
     const long inc = excess / 256, upper = limit - inc;
@@ -34,9 +35,6 @@ void Clip(Curve& t, int limit) {
                 if (t[i] < limit) ++t[i], --excess;
         }
     }
-}
-
-void Equalize(Curve& t) {
     long total = 0, cum = 0;
     for (int v : t) total += v;
     for (int& v : t) cum += v, v = vtest::TruncI32(double(cum) * 255.0 / double(total));
@@ -102,10 +100,9 @@ std::vector<uint8_t> Model(const uint8_t* src, std::vector<uint8_t> dst, Shape s
                 for (int k = 0; k < c; ++k)
                     ++tables[t][sep ? k : 0][src[size_t(t / tx * th + y) * s.stride + (t % tx * tw + x) * c + k]];
         for (int k = 0; k < (sep ? 3 : 1); ++k) {
-            if (mode == 0) Clip(tables[t][k], int(limit));
+            if (mode == 0) ClipAndEqualize(tables[t][k], int(limit));
             else Level(tables[t][k], d1, d2);
         }
-        for (int k = 0; mode == 0 && k < (sep ? 3 : 1); ++k) Equalize(tables[t][k]);
     }
     for (int y = 0; y < s.h; ++y)
         for (int x = 0; x < s.w; ++x) {
