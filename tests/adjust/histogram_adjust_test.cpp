@@ -111,15 +111,14 @@ vtest::Image DarkFifth(int c) {
     return img;
 }
 
-// The first trials: the dark fifth in grey and three bytes; grey rows of a
-// Width that is a multiple of four with padding (counted, but not divided
-// by); a constant grey picture. The sweep then takes every layout, four-byte
-// rows (walked as triples) included.
+// The first trials: the dark fifth in grey and three bytes, and a constant
+// grey picture. The sweep then takes every layout, four-byte rows (walked as
+// triples) and grey rows of a Width that is a multiple of four with padding
+// (counted, but not divided by) included.
 vtest::Image TrialImage(int trial) {
     switch (trial) {
         case 0: case 1: return DarkFifth(1 + 2 * trial);
-        case 2: return vtest::RandomImage(8, 5, 1, 4);
-        case 3: return vtest::Flat(vtest::RandomImage(13, 7, 1), 77);
+        case 2: return vtest::Flat(vtest::RandomImage(13, 7, 1), 77);
         default: return vtest::SweepImage(trial, {1, 3, 4, 2}, 37, 19, 36);  // two bytes: not written
     }
 }
