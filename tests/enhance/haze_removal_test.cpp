@@ -89,22 +89,16 @@ std::vector<uint8_t> DirectTransmission(const Image& src, int r, int gr, int A[3
     for (int i = 0; i < n; ++i) dark[i] = std::min({at(i, 0), at(i, 1), at(i, 2)});
     velomar::MinValue(dark.data(), dark.data(), w, h, w, r);
     velomar::DetectSkyMask(src.data(), mask.data(), w, h, src.stride);
+    const int64_t sky = std::count_if(mask.begin(), mask.end(), [](uint8_t m) { return m > 196; });
+    std::vector<int> sorted(dark.begin(), dark.end());
+    std::sort(sorted.rbegin(), sorted.rend());
+    const int D = sorted[size_t(std::floor(0.01 * n))];  // the bin where the count passes 1 %
     int64_t sum[3] = {}, count = 0;
-    auto take = [&](auto chosen) {
-        sum[0] = sum[1] = sum[2] = count = 0;
-        for (int i = 0; i < n; ++i)
-            if (chosen(i)) {
-                for (int k = 0; k < 3; ++k) sum[k] += at(i, k);
-                ++count;
-            }
-    };
-    take([&](int i) { return mask[i] > 196; });
-    if (count < 0.2 * n || count > 0.8 * n) {
-        std::vector<int> sorted(dark.begin(), dark.end());
-        std::sort(sorted.rbegin(), sorted.rend());
-        const int D = sorted[size_t(std::floor(0.01 * n))];  // the bin where the count passes 1 %
-        take([&](int i) { return dark[i] >= D; });
-    }
+    for (int i = 0; i < n; ++i)
+        if (sky >= 0.2 * n && sky <= 0.8 * n ? mask[i] > 196 : dark[i] >= D) {
+            for (int k = 0; k < 3; ++k) sum[k] += at(i, k);
+            ++count;
+        }
     for (int k = 0; k < 3; ++k) A[k] = int(std::min<int64_t>(sum[k] / count, 255));
     const double K = double(0.95f) * 255 / ((A[0] + 2 * A[1] + A[2]) / 4);
     std::vector<double> p(n), guide(n);
