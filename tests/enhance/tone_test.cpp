@@ -144,8 +144,7 @@ TEST(ToneSweep, ContrastHdrAndRetinexMatchDirectModels) {
             });
             return out;
         })) << "LSD amount " << lsdAmount << " gain " << maxGain;
-        const Image shadows = vtest::RandomImage(src.width, src.height, src.channels, src.stride - src.width * src.channels);
-        const Image highlights = vtest::DestFor(src, 0x11);
+        const Image shadows = vtest::DestFor(src, 0xA5), highlights = vtest::DestFor(src, 0x11);
         auto blend = [&](const uint8_t* s, uint8_t* d, auto... a) {
             HdrBasedOnExposureBlending(s, shadows.data(), highlights.data(), d, a..., r);
         };
@@ -205,7 +204,6 @@ TEST(ToneSweep, ContrastHdrAndRetinexMatchDirectModels) {
     HdrBasedOnGuiderFilter(flat.data(), lifted.data(), 9, 7, 27, 3);
     EXPECT_TRUE(vtest::AllBytes(lifted.bytes, 255));
 }
-
 
 // The skin smoothing composed from its building blocks; Dest starts as a copy
 // of the whole source buffer, row padding included.
