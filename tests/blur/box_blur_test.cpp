@@ -47,14 +47,16 @@ void CheckAgainstNaive(const vtest::Image& src, int r, int edge) {
 TEST(BoxBlur, MatchesNaiveMean) {
     // Fixed cases first. Wide rows. Radii whose sums pass 2^32 (255 * Area
     // for the byte sums, 255 * 255 * Area for the alpha-weighted ones): the
-    // modular sums are the defined result.
+    // modular sums are the defined result. Radii past 127 over rows of several
+    // vectors: 128 divides by a float reciprocal, 129 by a multiply and shift.
     vtest::Image grey = vtest::RandomImage(3, 2, 1), bgra = vtest::RandomImage(2, 3, 4);
     for (auto& b : grey.bytes) b = uint8_t(200 + RandomInt(0, 55));
     for (auto& b : bgra.bytes) b = uint8_t(240 + RandomInt(0, 15));
     const std::tuple<vtest::Image, int, int> fixed[] = {
         {vtest::RandomSmoothImage(157, 23, 1, 7), 9, 1}, {vtest::RandomSmoothImage(157, 23, 3, 7), 9, 1},
         {grey, 2500, 1}, {bgra, 140, 0},
-        {vtest::RandomImage(64, 3, 3, 5), 70, 1}, {vtest::RandomImage(40, 4, 1), 129, 0}};
+        {vtest::RandomImage(64, 3, 3, 5), 70, 1}, {vtest::RandomImage(40, 4, 1), 129, 0},
+        {vtest::RandomImage(40, 4, 1), 128, 1}};
     for (const auto& [src, r, edge] : fixed) CheckAgainstNaive(src, r, edge);
     // Width 1 comes first in every layout (four bytes per pixel then includes
     // Stride 4 over one pixel, what would be grey padding acting as alpha).
