@@ -107,11 +107,10 @@ std::vector<uint8_t> DomainModel(const Image& src, const Image& guide, std::vect
     };
     load(guide);
     Grid<float> dx(h, std::vector<float>(w, 0.0f)), dy = dx;
-    for (int ch = 0; ch < c; ++ch)
-        vtest::EachSample(Image(w, h, 1), 1, [&](int x, int y, int, size_t) {
-            dx[y][x] = dx[y][x] + (x ? std::fabs(j[ch][y][x] - j[ch][y][x - 1]) : 0.0f);
-            dy[y][x] = dy[y][x] + (y ? std::fabs(j[ch][y][x] - j[ch][y - 1][x]) : 0.0f);
-        });
+    vtest::EachSample(Image(w, h, c), c, [&](int x, int y, int ch, size_t) {
+        dx[y][x] = dx[y][x] + (x ? std::fabs(j[ch][y][x] - j[ch][y][x - 1]) : 0.0f);
+        dy[y][x] = dy[y][x] + (y ? std::fabs(j[ch][y][x] - j[ch][y - 1][x]) : 0.0f);
+    });
     for (auto* g : {&dx, &dy})
         for (auto& row : *g)
             for (float& v : row) v = 1.0f + r * v;
