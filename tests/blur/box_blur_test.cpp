@@ -19,22 +19,21 @@ std::vector<uint8_t> NaiveBox(const vtest::Image& src, std::vector<uint8_t> dest
     std::vector<int> rows, cols;  // mapped index of positions -r .. n + r - 1
     for (int64_t p = -r; p < h + r; ++p) rows.push_back(MapEdge(p, h, edge));
     for (int64_t p = -r; p < w + r; ++p) cols.push_back(MapEdge(p, w, edge));
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            uint32_t sum[4] = {0, 0, 0, 0};
-            for (int dy = 0; dy <= 2 * r; ++dy)
-                for (int dx = 0; dx <= 2 * r; ++dx) {
-                    const uint8_t* p = &src.bytes[vtest::Offset(src, cols[x + dx], rows[y + dy], c, 0)];
-                    for (int k = 0; k < c; ++k) sum[k] += c == 4 && k < 3 ? uint32_t(p[k]) * p[3] : p[k];
-                }
-            uint8_t* d = &dest[vtest::Offset(src, x, y, c, 0)];
-            if (c != 4) {
-                for (int k = 0; k < c; ++k) d[k] = uint8_t(sum[k] / area);
-            } else if (sum[3] != 0) {
-                for (int k = 0; k < 3; ++k) d[k] = uint8_t(sum[k] / sum[3]);
-                d[3] = uint8_t(int32_t(sum[3]) / int32_t(area));
+    vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {  // every pixel
+        uint32_t sum[4] = {0, 0, 0, 0};
+        for (int dy = 0; dy <= 2 * r; ++dy)
+            for (int dx = 0; dx <= 2 * r; ++dx) {
+                const uint8_t* p = &src.bytes[vtest::Offset(src, cols[x + dx], rows[y + dy], c, 0)];
+                for (int k = 0; k < c; ++k) sum[k] += c == 4 && k < 3 ? uint32_t(p[k]) * p[3] : p[k];
             }
+        uint8_t* d = &dest[vtest::Offset(src, x, y, c, 0)];
+        if (c != 4) {
+            for (int k = 0; k < c; ++k) d[k] = uint8_t(sum[k] / area);
+        } else if (sum[3] != 0) {
+            for (int k = 0; k < 3; ++k) d[k] = uint8_t(sum[k] / sum[3]);
+            d[3] = uint8_t(int32_t(sum[3]) / int32_t(area));
         }
+    });
     return dest;
 }
 

@@ -20,20 +20,19 @@ std::vector<uint8_t> DirectFragment(const Image& src, int count, int distance, d
         dx[size_t(i)] = -int(std::sin(t) * (-distance)), dy[size_t(i)] = -int(std::cos(t) * (-distance));
     }
     const int c = src.channels;
-    for (int y = 0; y < src.height; ++y)
-        for (int x = 0; x < src.width; ++x) {
-            int sum[3] = {}, alpha = 0;
-            for (int i = 0; i < count; ++i) {
-                const int sx = vtest::MapEdge(x + dx[size_t(i)], src.width, 1);
-                const int sy = vtest::MapEdge(y + dy[size_t(i)], src.height, 1);
-                const uint8_t* p = &src.bytes[vtest::Offset(src, sx, sy, c, 0)];
-                for (int k = 0; k < std::min(c, 3); ++k) sum[k] += c == 4 ? p[k] * p[3] : p[k];
-                alpha += c == 4 ? p[3] : 0;
-            }
-            uint8_t* d = &out[vtest::Offset(src, x, y, c, 0)];
-            for (int k = 0; k < c && k < 3 && (c != 4 || alpha); ++k) d[k] = uint8_t(sum[k] / (c == 4 ? alpha : count));
-            if (c == 4 && alpha) d[3] = uint8_t(alpha / count);
+    vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {  // every pixel
+        int sum[3] = {}, alpha = 0;
+        for (int i = 0; i < count; ++i) {
+            const int sx = vtest::MapEdge(x + dx[size_t(i)], src.width, 1);
+            const int sy = vtest::MapEdge(y + dy[size_t(i)], src.height, 1);
+            const uint8_t* p = &src.bytes[vtest::Offset(src, sx, sy, c, 0)];
+            for (int k = 0; k < std::min(c, 3); ++k) sum[k] += c == 4 ? p[k] * p[3] : p[k];
+            alpha += c == 4 ? p[3] : 0;
         }
+        uint8_t* d = &out[vtest::Offset(src, x, y, c, 0)];
+        for (int k = 0; k < c && k < 3 && (c != 4 || alpha); ++k) d[k] = uint8_t(sum[k] / (c == 4 ? alpha : count));
+        if (c == 4 && alpha) d[3] = uint8_t(alpha / count);
+    });
     return out;
 }
 
