@@ -30,25 +30,19 @@ std::vector<uint8_t> DirectLee(const Image& src, std::vector<uint8_t> dest, int 
 // 1.0 / area, which is what a running double sum of whole numbers gives too.
 std::vector<uint8_t> DirectWiener(const Image& src, std::vector<uint8_t> dest, int radius, int noise, int edge) {
     const int walk = src.stride / src.width == 3 ? 3 : 1, area = (2 * radius + 1) * (2 * radius + 1);
-    const size_t n = size_t(src.width) * src.height;
-    for (int k = 0; k < walk; ++k) {
-        std::vector<int> m(n);
-        std::vector<double> v(n);
-        double total = 0;
-        vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
-            int64_t s = 0, sq = 0;
-            for (int p : vtest::Neighbourhood(src, x, y, k, radius, edge, walk)) s += p, sq += p * p;
-            const size_t j = size_t(y) * src.width + x;
-            m[j] = int(s / area);
-            total += v[j] = double(sq) * (1.0 / area) - double(s / area * (s / area));
-        });
-        const int N = noise ? noise : int(total / double(n));
-        vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
-            const size_t i = vtest::Offset(src, x, y, walk, k), j = size_t(y) * src.width + x;
-            const double D = std::max(v[j] - N, 0.0), Q = N < v[j] ? v[j] : N;
-            dest[i] = vtest::TruncClamp(m[j] + D * (src.bytes[i] - m[j]) / Q);  // 0 / 0 gives 0
-        });
-    }
+    std::vector<int> m(src.bytes.size());
+    std::vector<double> v(src.bytes.size()), total(walk);
+    vtest::EachSample(src, walk, [&](int x, int y, int k, size_t i) {
+        int64_t s = 0, sq = 0;
+        for (int p : vtest::Neighbourhood(src, x, y, k, radius, edge, walk)) s += p, sq += p * p;
+        m[i] = int(s / area);
+        total[k] += v[i] = double(sq) * (1.0 / area) - double(s / area * (s / area));
+    });
+    vtest::EachSample(src, walk, [&](int, int, int k, size_t i) {
+        const int N = noise ? noise : int(total[k] / (double(src.width) * src.height));
+        const double D = std::max(v[i] - N, 0.0), Q = N < v[i] ? v[i] : N;
+        dest[i] = vtest::TruncClamp(m[i] + D * (src.bytes[i] - m[i]) / Q);  // 0 / 0 gives 0
+    });
     return dest;
 }
 

@@ -149,23 +149,21 @@ void Diffuse(Grid<double>& j, int x0, int y0, int bw, int bh, int iterations, do
             for (int x = x0; x < x0 + bw; ++x) sum += j[y][x], sq += j[y][x] * j[y][x];
         const double n = double(bw) * bh, m = sum / n, q0 = (sq / n - m * m) / (m * m);
         Grid<double> k = j;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const double v = j[y][x], dn = at(j, y - 1, x) - v, ds = at(j, y + 1, x) - v;
-                const double dw = at(j, y, x - 1) - v, de = at(j, y, x + 1) - v;
-                const double L = (dn + ds + dw + de) / v, G = (dn * dn + ds * ds + dw * dw + de * de) / (v * v);
-                const double q = (0.5 * G - 0.0625 * (L * L)) / ((1 + 0.25 * L) * (1 + 0.25 * L));
-                const double kv = 1 / (1 + (q - q0) / (q0 * (1 + q0)));
-                k[y][x] = std::isnan(kv) ? 0 : std::clamp(kv, 0.0, 1.0);
-            }
+        vtest::EachSample(Image(w, h, 1), 1, [&](int x, int y, int, size_t) {
+            const double v = j[y][x], dn = at(j, y - 1, x) - v, ds = at(j, y + 1, x) - v;
+            const double dw = at(j, y, x - 1) - v, de = at(j, y, x + 1) - v;
+            const double L = (dn + ds + dw + de) / v, G = (dn * dn + ds * ds + dw * dw + de * de) / (v * v);
+            const double q = (0.5 * G - 0.0625 * (L * L)) / ((1 + 0.25 * L) * (1 + 0.25 * L));
+            const double kv = 1 / (1 + (q - q0) / (q0 * (1 + q0)));
+            k[y][x] = std::isnan(kv) ? 0 : std::clamp(kv, 0.0, 1.0);
+        });
         Grid<double> next = j;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const double v = j[y][x];
-                const double D = k[y][x] * ((at(j, y - 1, x) - v) + (at(j, y, x - 1) - v)) +
-                                 at(k, y + 1, x) * (at(j, y + 1, x) - v) + at(k, y, x + 1) * (at(j, y, x + 1) - v);
-                next[y][x] = v + 0.25 * lambda * D;
-            }
+        vtest::EachSample(Image(w, h, 1), 1, [&](int x, int y, int, size_t) {
+            const double v = j[y][x];
+            const double D = k[y][x] * ((at(j, y - 1, x) - v) + (at(j, y, x - 1) - v)) +
+                             at(k, y + 1, x) * (at(j, y + 1, x) - v) + at(k, y, x + 1) * (at(j, y, x + 1) - v);
+            next[y][x] = v + 0.25 * lambda * D;
+        });
         j = next;
     }
 }
