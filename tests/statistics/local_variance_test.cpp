@@ -31,15 +31,13 @@ TEST(LocalMeanVariance, MatchesDirectFormulaAndStdFilterTakesItsRoot) {
         const std::vector<uint32_t> variance(st.variance.begin(), st.variance.end());
         std::vector<uint8_t> means = src.bytes;
         vtest::EachRowByte(src, src.channels == 3 ? 3 * w : 0, [&](size_t i) { means[i] = uint8_t(st.mean[i]); });
-        // Separately, and with the mean written over the source, which must
-        // still be read as it was.
-        std::vector<uint32_t> var(src.bytes.size(), 0xDEADBEEF), over = var;
-        Image mean = src, alias = src;
-        velomar::LocalMeanVariance(src.data(), var.data(), large ? nullptr : mean.data(), w, h, src.stride, r, mode);
-        velomar::LocalMeanVariance(alias.data(), over.data(), alias.data(), w, h, src.stride, r, mode);
+        // With the mean written over the source, which must still be read as
+        // it was (the large radii without a mean plane).
+        std::vector<uint32_t> var(src.bytes.size(), 0xDEADBEEF);
+        Image alias = src;
+        velomar::LocalMeanVariance(alias.data(), var.data(), large ? nullptr : alias.data(), w, h, src.stride, r, mode);
         ASSERT_EQ(variance, var) << src << " r" << r << " mode " << mode;
         ASSERT_TRUE(vtest::BytesEqual(means, alias.bytes)) << "mean over the source";
-        ASSERT_TRUE(vtest::BytesEqual(large ? src.bytes : means, mean.bytes));
         EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { StdFilter(a..., r, mode); }, [&](std::vector<uint8_t> d) {
             for (size_t i = 0; i < d.size(); ++i) d[i] = uint8_t(int(std::sqrt(double(variance[i]))));
             return d;
