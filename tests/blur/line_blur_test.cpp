@@ -2,7 +2,6 @@
 // construction and hand-derived cases, the blurs against the kernel applied
 // by a plain loop.
 #include <cmath>
-#include <limits>
 #include <map>
 #include <utility>
 
@@ -125,8 +124,7 @@ TEST(LineBlurs, MatchTheKernelAppliedDirectly) {
     }
     // Refused lengths and layouts write nothing (the blurs decline where GetMotionArray does); so does SurfaceBlur.
     int32_t untouched[4] = {5, 5, 5, 5};
-    for (auto [d, angle] : {std::pair{-1, 0.0}, {1001, 0.0}, {5, std::nan("")},
-                            {5, std::numeric_limits<double>::infinity()}}) {
+    for (auto [d, angle] : {std::pair{-1, 0.0}, {1001, 0.0}, {5, std::nan("")}}) {
         EXPECT_EQ(GetMotionArray(untouched, d, angle), 0);
         EXPECT_EQ(untouched[0], 5);
     }
