@@ -33,14 +33,16 @@ Image Gamma(Image plane, double alpha) {
     std::vector<double> w(256);
     double sum = 0, cdf = 0;
     for (int i = 0; lo < hi && i < 256; ++i) sum += w[i] = hi * std::pow((pdf[i] - lo) / (hi - lo), alpha);
-    for (int i = 0; lo < hi && i < 256; ++i) curve[i] = vtest::TruncClamp(255 * std::pow(i / 255.0, 1 - (cdf += w[i]) / sum));
+    for (int i = 0; lo < hi && i < 256; ++i)
+        curve[i] = vtest::TruncClamp(255 * std::pow(i / 255.0, 1 - (cdf += w[i]) / sum));
     for (uint8_t& v : plane.bytes) v = curve[v];
     return plane;
 }
 
 // Dest with the value plane (the largest of each pixel's three bytes) through
 // `value`, each pixel rebuilt from its hue (in sextants, ties to red, then
-// green) and saturation with the new value, by sextant, bytes truncated.
+// green) and saturation with the new value, by sextant, bytes truncated (no
+// saturation leaves the new value in all three).
 template <class F>
 std::vector<uint8_t> ThroughHsvValue(const Image& src, std::vector<uint8_t> d, F value) {
     const Image b = vtest::PlaneOf(src, 3, 0), g = vtest::PlaneOf(src, 3, 1), r = vtest::PlaneOf(src, 3, 2);
@@ -48,12 +50,12 @@ std::vector<uint8_t> ThroughHsvValue(const Image& src, std::vector<uint8_t> d, F
     for (size_t i = 0; i < v.bytes.size(); ++i) v.bytes[i] = std::max({b.bytes[i], g.bytes[i], r.bytes[i]});
     const Image out = value(v);
     vtest::EachSample(v, 1, [&](int x, int y, int, size_t i) {
-        const double B = b.bytes[i], G = g.bytes[i], R = r.bytes[i], mx = v.bytes[i], mn = std::min({B, G, R});
-        const double H = mx == mn ? 0 : mx == R ? (G - B) / (mx - mn) : mx == G ? (B - R) / (mx - mn) + 2 : (R - G) / (mx - mn) + 4;
-        const double S = mx == mn ? 0 : (mx - mn) / mx, h = H < 0 ? H + 6 : H, f = h - int(h), V = out.bytes[i];
+        const double B = b.bytes[i], G = g.bytes[i], R = r.bytes[i], mx = v.bytes[i], dl = mx - std::min({B, G, R});
+        const double H = dl == 0 ? 0 : mx == R ? (G - B) / dl : mx == G ? (B - R) / dl + 2 : (R - G) / dl + 4;
+        const double S = dl == 0 ? 0 : dl / mx, h = H < 0 ? H + 6 : H, f = h - int(h), V = out.bytes[i];
         const double p = V * (1 - S), q = V * (1 - S * f), t = V * (1 - S * (1 - f));
         const double bgr[6][3] = {{p, t, V}, {p, V, q}, {t, V, p}, {V, q, p}, {V, p, t}, {q, p, V}};
-        for (int k = 0; k < 3; ++k) d[vtest::Offset(src, x, y, 3, k)] = uint8_t(vtest::TruncI32(S == 0 ? V : bgr[int(h)][k]));
+        for (int k = 0; k < 3; ++k) d[vtest::Offset(src, x, y, 3, k)] = uint8_t(vtest::TruncI32(bgr[int(h)][k]));
     });
     return d;
 }
@@ -74,7 +76,8 @@ std::vector<uint8_t> DirectRetinex(const Image& in, std::vector<uint8_t> d, doub
     for (double s : sigmas) {
         std::vector<uint8_t> blur = in.bytes;
         GuassBlur(in.data(), blur.data(), in.width, in.height, in.stride, s);
-        for (size_t i = 0; i < acc.size(); ++i) acc[i] += (std::log(in.bytes[i] + 1.0) - std::log(blur[i] + 1.0)) * (1.0 / scales);
+        for (size_t i = 0; i < acc.size(); ++i)
+            acc[i] += (std::log(in.bytes[i] + 1.0) - std::log(blur[i] + 1.0)) * (1.0 / scales);
     }
     double sum[3] = {}, sq[3] = {};
     vtest::EachSample(in, c, [&](int, int, int k, size_t i) { sum[k] += acc[i]; });
