@@ -129,12 +129,11 @@ TEST(LineBlurs, MatchTheKernelAppliedDirectly) {
         EXPECT_EQ(untouched[0], 5);
     }
     const vtest::Image src = vtest::RandomImage(6, 5, 3, 2), two = vtest::RandomImage(6, 5, 2);
-    const vtest::Image dest = vtest::DestFor(src);
     EXPECT_TRUE(vtest::WritesNothing(
-        dest, {[&](uint8_t* d) { LinearBlur(src.data(), d, 6, 5, src.stride, 1001, 0, 0); },
-               [&](uint8_t* d) { LinearBlur(two.data(), d, 6, 5, two.stride, 3, 10, 1); },
-               [&](uint8_t* d) { MotionBlur(src.data(), d, 0, 5, src.stride, 3, 10, 1); },
-               [&](uint8_t* d) { SurfaceBlur(src.data(), d, 6, 5, src.stride, 3, 10); }}));
+        vtest::DestFor(src), {[&](uint8_t* d) { LinearBlur(src.data(), d, 6, 5, src.stride, 1001, 0, 0); },
+                              [&](uint8_t* d) { LinearBlur(two.data(), d, 6, 5, two.stride, 3, 10, 1); },
+                              [&](uint8_t* d) { MotionBlur(src.data(), d, 0, 5, src.stride, 3, 10, 1); },
+                              [&](uint8_t* d) { SurfaceBlur(src.data(), d, 6, 5, src.stride, 3, 10); }}));
 }
 
 }  // namespace
