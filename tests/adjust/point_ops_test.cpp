@@ -77,6 +77,17 @@ TEST(CurveExports, MatchDirectTablesInEveryLayout) {
         CheckCurve("brightness " + std::to_string(b) + " contrast " + std::to_string(c),
                    [=](auto... a) { AdjustBrightnessAndContrast(a..., b, c); },
                    [=](const Image& src, int i) { return BrightnessContrastCurve(i, b, c, TopRowMean(src)); });
+    // Refused calls of the raw forms (these and Threshold's and Exposal's) write nothing.
+    const Image src = vtest::RandomImage(4, 4, 1);
+    EXPECT_TRUE(vtest::WritesNothing(Image(4, 4, 1, 0, 77), {
+        [&](uint8_t*) { GammaCorrection(src.data(), nullptr, 4, 4, 4, 2.0); },
+        [&](uint8_t* d) { GammaCorrection(src.data(), d, 0, 4, 4, 2.0); },
+        [&](uint8_t* d) { GammaCorrection(src.data(), d, 4, 4, 4, 0.0); },  // gamma 0
+        [&](uint8_t* d) { Threshold(nullptr, d, 4, 4, 4, 9); },
+        [&](uint8_t* d) { AdjustBrightnessAndContrast(d, d, 4, 4, 3, 10, 10); },  // Stride < Width
+        [&](uint8_t* d) { Threshold(d, d, 2, 4, 4, 9); },  // two bytes per pixel: nothing to walk
+        [&](uint8_t* d) { Exposal(src.data(), d, 2, 4, 4); },
+    }));
 }
 
 // Invert complements every byte, padding included, in place too; the wider
@@ -131,19 +142,6 @@ TEST(MatrixForms, GammaPosterizeDesaturate) {
     EXPECT_EQ(last, grey);
     s.Channel = d.Channel = 1;
     EXPECT_EQ(Desaturate(&s, &d), STATUS_INVALID_PARAMETER);
-}
-
-TEST(RawForm, InvalidArgumentsTouchNothing) {
-    const Image src = vtest::RandomImage(4, 4, 1);
-    EXPECT_TRUE(vtest::WritesNothing(Image(4, 4, 1, 0, 77), {
-        [&](uint8_t*) { GammaCorrection(src.data(), nullptr, 4, 4, 4, 2.0); },
-        [&](uint8_t* d) { GammaCorrection(src.data(), d, 0, 4, 4, 2.0); },
-        [&](uint8_t* d) { GammaCorrection(src.data(), d, 4, 4, 4, 0.0); },  // gamma 0
-        [&](uint8_t* d) { Threshold(nullptr, d, 4, 4, 4, 9); },
-        [&](uint8_t* d) { AdjustBrightnessAndContrast(d, d, 4, 4, 3, 10, 10); },  // Stride < Width
-        [&](uint8_t* d) { Threshold(d, d, 2, 4, 4, 9); },  // two bytes per pixel: nothing to walk
-        [&](uint8_t* d) { Exposal(src.data(), d, 2, 4, 4); },
-    }));
 }
 
 // Threshold: grey maps every byte of the buffer, padding included, by v > T;
