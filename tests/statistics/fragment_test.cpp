@@ -39,7 +39,7 @@ std::vector<uint8_t> DirectFragment(const Image& src, int count, int distance, d
 TEST(Fragment, MatchesDirectSamplingAndStraightDown) {
     for (int trial = 0; trial < 80 && !HasFailure(); ++trial) {
         Image src = vtest::SweepImage(trial, {1, 3, 4}, 40, 30, 3);
-        const int w = src.width, h = src.height, c = src.channels, count = RandomInt(1, 12);
+        const int w = src.width, c = src.channels, count = RandomInt(1, 12);
         const int distance = trial % 10 == 3 ? 0 : trial % 7 == 0 ? RandomInt(50, 300) : RandomInt(-15, 15);
         const double angle = RandomInt(-720, 720) * 0.5;
         vtest::EachSample(src, c, [&](int x, int, int k, size_t i) {
