@@ -44,8 +44,7 @@ Tab MakeTable(const Hist& h, int low, int high, bool autoGamma) {
         double n = 0, sum = 0;
         for (int i = 0; i < 256; ++i) n += h[i], sum += double(i) * h[i];
         const double ratio = ((n ? sum / n : 0.0) - low) / (high - low);
-        gamma = ratio > 0 ? std::log(0.5) / std::log(ratio) : 0.1;  // non-positive: lower limit
-        gamma = gamma < 0.1 ? 0.1 : (gamma > 10.0 ? 10.0 : gamma);
+        gamma = ratio > 0 ? std::clamp(std::log(0.5) / std::log(ratio), 0.1, 10.0) : 0.1;  // non-positive: lower limit
     }
     for (int i = 0; i < 256; ++i)
         t[i] = i < low ? 0 : i > high ? 255 : uint8_t(std::clamp(
