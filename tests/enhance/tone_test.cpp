@@ -89,17 +89,51 @@ std::vector<uint8_t> DirectRetinex(const Image& in, std::vector<uint8_t> d, doub
     return d;
 }
 
+// The skin smoothing composed from its building blocks; Dest starts as a copy
+// of the whole source buffer, row padding included.
+std::vector<uint8_t> DirectDermabrasion(const Image& src, int type, int mode, int level, int amount) {
+    const int w = src.width, h = src.height, st = src.stride, c = src.channels;
+    const double size = std::max(w, h), grown = int(size * 0.0025 + 0.5) * level + 5;
+    std::vector<uint8_t> smooth = src.bytes, dest = src.bytes, table(256);
+    if (level) {
+        const uint8_t* s = src.data();
+        if (type == 0) BiExponentialEPF(s, smooth.data(), w, h, st, 50.0, grown);
+        if (type == 1) GuidedFilter(s, s, smooth.data(), w, h, st, int(size * 0.005 + 0.5) * (11 - level) + 5, 0.01);
+        if (type == 2) BilateralFilter(s, s, smooth.data(), w, h, st, 1, 15.0, grown, 0);
+        if (type == 3) RecursiveDomainTransformFilter(s, s, smooth.data(), w, h, st, grown, 50.0, 1);
+        if (type == 4) LeeAdditvieNoiseFilter(s, smooth.data(), w, h, st, int(size * 0.02), 4 * level * level + 50);
+    }
+    for (int i = 0; i < 256; ++i) {
+        const double b = amount + 2.0, x = (i - 127) / 127.0;
+        table[i] = mode == 0 ? uint8_t(vtest::TruncI32(255 * std::log(1 + (b - 1) * i / 255) / std::log(b)))
+                 : mode == 1 ? uint8_t(std::clamp(i - std::trunc(-0.667 * (10.0 * amount) * (1 - x * x)), 0.0, 255.0))
+                             : uint8_t(i);
+    }
+    for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = table[smooth[i]];
+    std::vector<uint8_t> mask(size_t(w) * h);
+    vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
+        const bool skin = c == 1 ? src.at(x, y) > 40 : src.at(x, y, 0) > 20 && src.at(x, y, 1) > 40 && src.at(x, y, 2) > 50;
+        mask[size_t(y) * w + x] = skin ? 255 : 32;
+    });
+    GuassBlur(mask.data(), mask.data(), w, h, w, 0.02 * size);
+    vtest::EachRowByte(src, w * c, [&](size_t i) {
+        const int m = mask[i / st * w + i % st / c];
+        dest[i] = uint8_t((smooth[i] * m + src.bytes[i] * (255 - m)) / 255);
+    });
+    if (level) UnsharpMask(dest.data(), dest.data(), w, h, st, size * 0.02, 20, 0);
+    return dest;
+}
+
 // Lee stretches the box mean (in place over 0..255, the range ignored); detail
 // enhancement amplifies the guided filter's detail; LSD's gain follows the
 // local deviation, grey pixels taking the bytes Dest held as their means.
 // Adaptive gamma's trial 16 holds every value once in each plane: a flat
-// histogram. Exposure
-// blending weighs the exposures by the smoothed picture; tone mapping (three
-// bytes a pixel) compresses the log base layer. Retinex: a constant picture
-// (every fifth) has no spread, and Dynamic 0 (every sixth) no range: the
-// stretch then divides by 1; every eighth takes 10 scales, more than are kept
-// as bytes.
-TEST(ToneSweep, ContrastHdrAndRetinexMatchDirectModels) {
+// histogram. Exposure blending weighs the exposures by the smoothed picture;
+// tone mapping (three bytes a pixel) compresses the log base layer. Retinex: a
+// constant picture (every fifth) has no spread, and Dynamic 0 (every sixth) no
+// range: the stretch then divides by 1; every eighth takes 10 scales, more
+// than are kept as bytes.
+TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
     EXPECT_EQ(Scales(90, 3), (std::vector<double>{2, 32, 62}));  // the worked example's spacing
     Image ramp(16, 16, 3);
     for (size_t i = 0; i < ramp.bytes.size(); ++i) ramp.bytes[i] = uint8_t(i / 3 * 7 + i % 3 * 50 + 3);
@@ -177,6 +211,19 @@ TEST(ToneSweep, ContrastHdrAndRetinexMatchDirectModels) {
             });
             return out;
         }));
+        // Sides of 200 and more make every size-scaled radius count; each type
+        // (0 to 5, and 9: none) takes small and wide pictures. Trials 4 and 6 lift
+        // by the extreme amounts (the lift once overflowed); level 0 (trials 3 and
+        // 13) neither smooths nor sharpens.
+        const Image skin = trial < 12 ? src
+                                      : vtest::RandomSmoothImage(RandomInt(200, 230), RandomInt(8, 20), c, RandomInt(0, 3));
+        const int type = std::array{0, 1, 2, 3, 4, 5, 9}[(trial - trial / 3) % 7];
+        const int level = trial == 3 || trial == 13 ? 0 : RandomInt(1, 10);
+        const int mode = trial == 4 || trial == 6 ? 1 : RandomInt(0, 2);
+        const int lift = trial == 4 ? INT32_MAX : trial == 6 ? INT32_MIN : RandomInt(-1, 8);
+        auto derm = [&](auto... a) { DermabrasionFilter(a..., type, mode, level, lift); };
+        EXPECT_TRUE(vtest::FilterMatches(skin, derm, [&](auto&) { return DirectDermabrasion(skin, type, mode, level, lift); }))
+            << " type " << type << " mode " << mode << " level " << level << " amount " << lift;
         if (c == 1) continue;
         const Image& colour = trial == 16 ? ramp : src;
         const double exponent = 0.2 + 0.3 * (trial / 3);
@@ -217,57 +264,6 @@ TEST(ToneSweep, ContrastHdrAndRetinexMatchDirectModels) {
     Image flat(9, 7, 3, 0, 90), lifted(9, 7, 3);  // a constant base: lifted to full intensity
     HdrBasedOnGuiderFilter(flat.data(), lifted.data(), 9, 7, 27, 3);
     EXPECT_TRUE(vtest::AllBytes(lifted.bytes, 255));
-}
-
-// The skin smoothing composed from its building blocks; Dest starts as a copy
-// of the whole source buffer, row padding included.
-std::vector<uint8_t> DirectDermabrasion(const Image& src, int type, int mode, int level, int amount) {
-    const int w = src.width, h = src.height, st = src.stride, c = src.channels;
-    const double size = std::max(w, h), grown = int(size * 0.0025 + 0.5) * level + 5;
-    std::vector<uint8_t> smooth = src.bytes, dest = src.bytes, table(256);
-    if (level) {
-        const uint8_t* s = src.data();
-        if (type == 0) BiExponentialEPF(s, smooth.data(), w, h, st, 50.0, grown);
-        if (type == 1) GuidedFilter(s, s, smooth.data(), w, h, st, int(size * 0.005 + 0.5) * (11 - level) + 5, 0.01);
-        if (type == 2) BilateralFilter(s, s, smooth.data(), w, h, st, 1, 15.0, grown, 0);
-        if (type == 3) RecursiveDomainTransformFilter(s, s, smooth.data(), w, h, st, grown, 50.0, 1);
-        if (type == 4) LeeAdditvieNoiseFilter(s, smooth.data(), w, h, st, int(size * 0.02), 4 * level * level + 50);
-    }
-    for (int i = 0; i < 256; ++i) {
-        const double b = amount + 2.0, x = (i - 127) / 127.0;
-        table[i] = mode == 0 ? uint8_t(vtest::TruncI32(255 * std::log(1 + (b - 1) * i / 255) / std::log(b)))
-                 : mode == 1 ? uint8_t(std::clamp(i - std::trunc(-0.667 * (10.0 * amount) * (1 - x * x)), 0.0, 255.0))
-                             : uint8_t(i);
-    }
-    for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = table[smooth[i]];
-    std::vector<uint8_t> mask(size_t(w) * h);
-    vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
-        const bool skin = c == 1 ? src.at(x, y) > 40 : src.at(x, y, 0) > 20 && src.at(x, y, 1) > 40 && src.at(x, y, 2) > 50;
-        mask[size_t(y) * w + x] = skin ? 255 : 32;
-    });
-    GuassBlur(mask.data(), mask.data(), w, h, w, 0.02 * size);
-    vtest::EachRowByte(src, w * c, [&](size_t i) {
-        const int m = mask[i / st * w + i % st / c];
-        dest[i] = uint8_t((smooth[i] * m + src.bytes[i] * (255 - m)) / 255);
-    });
-    if (level) UnsharpMask(dest.data(), dest.data(), w, h, st, size * 0.02, 20, 0);
-    return dest;
-}
-
-TEST(Dermabrasion, ComposesSmootherToneMaskAndSharpening) {
-    for (int trial = 0; trial < 14; ++trial) {
-        // Sides of 200 and more make every size-scaled radius count.
-        const Image src = trial < 7 ? vtest::SweepImage(trial, {1, 3}, 48, 36)
-                                    : vtest::RandomSmoothImage(RandomInt(200, 230), RandomInt(8, 20), trial % 2 ? 3 : 1, RandomInt(0, 3));
-        // Trials 4 and 5 lift by the extreme amounts (the lift once overflowed);
-        // level 0 (trials 3 and 13) neither smooths nor sharpens.
-        const int type = trial % 7 == 6 ? 9 : trial % 7, mode = trial == 4 || trial == 5 ? 1 : RandomInt(0, 2);
-        const int level = trial == 3 || trial == 13 ? 0 : RandomInt(1, 10);
-        const int amount = trial == 4 ? INT32_MAX : trial == 5 ? INT32_MIN : RandomInt(-1, 8);
-        auto filter = [&](auto... a) { DermabrasionFilter(a..., type, mode, level, amount); };
-        EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto&) { return DirectDermabrasion(src, type, mode, level, amount); }))
-            << " type " << type << " mode " << mode << " level " << level << " amount " << amount;
-    }
 }
 
 // Null images, bad radii, levels beyond 0..10, no scale, and two bytes per
