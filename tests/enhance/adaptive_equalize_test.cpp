@@ -145,15 +145,6 @@ TEST(AdaptiveTileMapping, MatchesDirectModelWholeAndExtendedGrids) {
             return Model(src.data(), d, {w, h, src.stride}, tx, ty, mode, flag, d1, d2);
         })) << "mode " << mode << " tiles " << tx << "x" << ty << " flag " << flag << " d1 " << d1 << " d2 " << d2;
     }
-    const Image src = vtest::RandomImage(10, 6, 3);
-    Image dst(10, 6, 3, 0, 9);
-    AdaptEqualize(src.data(), dst.data(), 10, 6, src.stride, 0, 2, 0.5, 1);        // no tiles
-    AdaptAutoLevel(src.data(), dst.data(), 10, 6, src.stride, 2, -1, 0.1, 0.0);     // no tiles
-    AdaptAutoLevel(src.data(), dst.data(), 15, 6, src.stride, 2, 2, 0.1, 0.0);      // two bytes per pixel
-    AdaptAutoContrast(nullptr, dst.data(), 10, 6, src.stride, 2, 2, 0.1, 0.0);
-    AdaptEqualize(src.data(), dst.data(), 10, 6, src.stride, 40, 2, 0.5, 1);        // border wider than the image
-    AdaptEqualize(src.data(), dst.data(), 10, 6, src.stride, 2, 40, 0.5, 1);        // border taller than the image
-    EXPECT_TRUE(vtest::AllBytes(dst.bytes, 9));
 }
 
 }  // namespace

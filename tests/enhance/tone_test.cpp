@@ -1,5 +1,6 @@
 // Contrast, tone and skin filters against their (separately tested) building
-// blocks, with curves, gains, log differences and stretches written out directly.
+// blocks, with curves, gains, log differences and stretches written out
+// directly; the refusals of every enhancement export.
 #include <cmath>
 
 #include "adjust/adjust.h"
@@ -266,9 +267,12 @@ TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
     EXPECT_TRUE(vtest::AllBytes(lifted.bytes, 255));
 }
 
-// Null images, bad radii, levels beyond 0..10, no scale, and two bytes per
-// pixel (Stride 2 Width + 1 or 2 Width) write nothing.
-TEST(ToneFilters, RejectedCallsWriteNothing) {
+// Every enhancement export's refusals: null images, bad radii, levels beyond
+// 0..10, no scale, no blocks or tiles, a NaN clipping weight, a scale without
+// pixels, a tile grid whose mirrored border leaves the image, two bytes per
+// pixel (Stride 2 Width + 1 or 2 Width), and four where three are required
+// (Width 15 over rows of 62 bytes): nothing is written.
+TEST(EnhanceFilters, RejectedCallsWriteNothing) {
     const Image src = vtest::Flat(vtest::RandomImage(20, 12, 3, 2), 140);
     const uint8_t* s = src.data();
     EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
@@ -281,6 +285,22 @@ TEST(ToneFilters, RejectedCallsWriteNothing) {
         [&](uint8_t* d) { HdrBasedOnGuiderFilter(s, d, 20, 12, 62, -1); },
         [&](uint8_t* d) { HdrBasedOnExposureBlending(s, nullptr, s, d, 20, 12, 62, 2), MSRCRGIMP(s, d, 20, 12, 62, 40, 0, 2); },
         [&](uint8_t* d) { MSRHSV(s, d, 20, 12, 62, 40, -1, 2), MSRHSV(s, d, 20, 12, 41, 40, 3, 2); },
+        [&](uint8_t* d) { HazeRemovalBasedonContrastEnhancement(s, d, 20, 12, 62, 0, 5.0, 4); },
+        [&](uint8_t* d) { HazeRemovalBasedonContrastEnhancement(s, d, 20, 12, 62, 8, NAN, 4); },
+        [&](uint8_t* d) { HazeRemovalBasedonContrastEnhancement(s, d, 20, 12, 40, 8, 5.0, 4); },
+        [&](uint8_t* d) { HazeRemovalBasedOnDarkChannelPrior(s, d, 20, 12, 62, 0.0); },
+        [&](uint8_t* d) { HazeRemovalBasedOnDarkChannelPrior(nullptr, d, 20, 12, 62, 1.0); },
+        [&](uint8_t* d) { HazeRemovalBasedOnBoxBlur(s, d, 20, 12, 62, -1, 1.0); },
+        [&](uint8_t* d) { AutoWhiteBalanceUseStandardGrayWorldModel(s, d, 15, 12, 62); },
+        [&](uint8_t* d) { AutoWhiteBalanceUseReflectorTheory(s, d, 20, 12, 40, 5); },
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(s, d, 15, 12, 62, 0, 0, 0); },
+        [&](uint8_t* d) { AutoWhiteBalanceUseDynamicThreshold(nullptr, d, 15, 12, 62, 8, 0, 0); },
+        [&](uint8_t* d) { AdaptEqualize(s, d, 20, 12, 62, 0, 2, 0.5, 1); },
+        [&](uint8_t* d) { AdaptAutoLevel(s, d, 20, 12, 62, 2, -1, 0.1, 0.0); },
+        [&](uint8_t* d) { AdaptAutoLevel(s, d, 20, 12, 40, 2, 2, 0.1, 0.0); },
+        [&](uint8_t* d) { AdaptAutoContrast(nullptr, d, 20, 12, 62, 2, 2, 0.1, 0.0); },
+        [&](uint8_t* d) { AdaptEqualize(s, d, 20, 12, 62, 100, 2, 0.5, 1); },
+        [&](uint8_t* d) { AdaptEqualize(s, d, 20, 12, 62, 2, 40, 0.5, 1); },
     }));
 }
 
