@@ -103,10 +103,8 @@ void Model(Kind kind, const vtest::Image& r, uint8_t* d, double clip, bool autoG
 // A fifth of the pixels black, the rest in 100..110: with a 30% clip the low
 // point lies above the mean, so the gamma's logarithm has a negative argument.
 vtest::Image DarkFifth(int c) {
-    vtest::Image img(20, 10, c, 1, 0xA5);
-    for (int y = 0; y < 10; ++y)
-        for (int x = 0; x < 20; ++x)
-            for (int k = 0; k < c; ++k) img.at(x, y, k) = x < 4 ? 0 : uint8_t(100 + (x + y + k) % 11);
+    vtest::Image img = vtest::RandomImage(20, 10, c, 1);
+    vtest::EachSample(img, c, [&](int x, int, int, size_t i) { img.bytes[i] = x < 4 ? 0 : 100 + img.bytes[i] % 11; });
     return img;
 }
 
