@@ -40,12 +40,11 @@ std::vector<uint8_t> BalanceAbove(const Image& src, std::vector<uint8_t> d, cons
 
 std::vector<uint8_t> DynamicModel(const Image& src, std::vector<uint8_t> d, int bs, int global, int squared) {
     const int w = src.width, h = src.height;
-    std::vector<int> Y(w * h), Cb(w * h), Cr(w * h), mask(w * h, 0);
-    for (int i = 0; i < w * h; ++i) {
-        uint8_t ycc[3];
-        velomar::ConvertRowToYCbCr(1, ycc, &src.bytes[size_t(i / w) * src.stride + (i % w) * 3]);
-        Y[i] = ycc[0], Cb[i] = ycc[1], Cr[i] = ycc[2];
-    }
+    Image ycc = src;
+    for (int y = 0; y < h; ++y) velomar::ConvertRowToYCbCr(w, &ycc.at(0, y), &src.bytes[size_t(y) * src.stride]);
+    const std::vector<uint8_t> Y = vtest::PlaneOf(ycc, 3, 0).bytes, Cb = vtest::PlaneOf(ycc, 3, 1).bytes;
+    const std::vector<uint8_t> Cr = vtest::PlaneOf(ycc, 3, 2).bytes;
+    std::vector<int> mask(w * h, 0);
     auto near = [&](int i, long mb, long mr, long db, long dr) {
         return 2 * Cb[i] - 2 * mb * (db + 1) < 3 * db && 2 * (Cr[i] - mr * (dr + 1)) < 3 * dr;
     };
@@ -103,16 +102,14 @@ TEST(AutoWhiteBalance, MatchDirectModels) {
         auto filter = [&](auto... a) { AutoWhiteBalanceUseDynamicThreshold(a..., bs, uint8_t(global), uint8_t(squared)); };
         EXPECT_TRUE(vtest::FilterMatches(src, filter, [&](auto d) { return DynamicModel(src, d, bs, global, squared); }))
             << " block " << bs << " global " << global << " squared " << squared;
-        EXPECT_TRUE(vtest::FilterMatches(
-            src, [&](auto... a) { AutoWhiteBalanceUseReflectorTheory(a..., ratio); },
-            [&](std::vector<uint8_t> d) {
-                std::vector<int> total(size_t(w) * h);
-                vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
-                    total[size_t(y) * w + x] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2);
-                });
-                return BalanceAbove(src, d, total, long(w) * h * ratio / 100, 255);
-            }))
-            << " ratio " << ratio;
+        auto reflector = [&](auto... a) { AutoWhiteBalanceUseReflectorTheory(a..., ratio); };
+        EXPECT_TRUE(vtest::FilterMatches(src, reflector, [&](std::vector<uint8_t> d) {
+            std::vector<int> total(size_t(w) * h);
+            vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
+                total[size_t(y) * w + x] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2);
+            });
+            return BalanceAbove(src, d, total, long(w) * h * ratio / 100, 255);
+        })) << " ratio " << ratio;
         EXPECT_TRUE(vtest::FilterMatches(src, AutoWhiteBalanceUseStandardGrayWorldModel, [&](std::vector<uint8_t> d) {
             long sum[3] = {};
             for (int y = 0; y < h; ++y)
