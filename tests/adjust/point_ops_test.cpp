@@ -135,6 +135,8 @@ TEST_P(MatrixForms, InvertGammaPosterizeDesaturate) {
         for (int k = 0; k < 4; ++k) EXPECT_EQ(out.bytes[4 * p + k], k < 3 ? grey : 42) << "pixel " << p;
     }
     EXPECT_EQ(last, grey);
+    s.Channel = d.Channel = 2;  // one channel is refused in the preamble's own test
+    EXPECT_EQ(Desaturate(&s, &d), STATUS_INVALID_PARAMETER);
 }
 VELOMAR_INSTANTIATE_EVERY_ISA(Isa, MatrixForms);
 
