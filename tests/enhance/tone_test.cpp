@@ -110,7 +110,8 @@ std::vector<uint8_t> DirectDermabrasion(const Image& src, int type, int mode, in
                  : mode == 1 ? uint8_t(std::clamp(i - std::trunc(-0.667 * (10.0 * amount) * (1 - x * x)), 0.0, 255.0))
                              : uint8_t(i);
     }
-    for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = table[smooth[i]];
+    if (mode != 0 || amount != -2)  // base 0: no lift at all
+        for (size_t i = 0; i < smooth.size(); ++i) smooth[i] = table[smooth[i]];
     std::vector<uint8_t> mask(size_t(w) * h);
     vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
         const bool skin = c == 1 ? src.at(x, y) > 40 : src.at(x, y, 0) > 20 && src.at(x, y, 1) > 40 && src.at(x, y, 2) > 50;
@@ -213,14 +214,15 @@ TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
         }));
         // Sides of 200 and more make every size-scaled radius count; each type
         // (0 to 5, and 9: none) takes small and wide pictures. Trials 4 and 6 lift
-        // by the extreme amounts (the lift once overflowed); level 0 (trials 3 and
-        // 13) neither smooths nor sharpens.
+        // by the extreme amounts (the lift once overflowed), trial 7 by the logarithm
+        // of base 0, which skips the lift; level 0 (trials 3 and 13) neither
+        // smooths nor sharpens.
         const Image skin = trial < 12 ? src
                                       : vtest::RandomSmoothImage(RandomInt(200, 230), RandomInt(8, 20), c, RandomInt(0, 3));
         const int type = std::array{0, 1, 2, 3, 4, 5, 9}[(trial - trial / 3) % 7];
         const int level = trial == 3 || trial == 13 ? 0 : RandomInt(1, 10);
-        const int mode = trial == 4 || trial == 6 ? 1 : RandomInt(0, 2);
-        const int lift = trial == 4 ? INT32_MAX : trial == 6 ? INT32_MIN : RandomInt(-1, 8);
+        const int mode = trial == 4 || trial == 6 ? 1 : trial == 7 ? 0 : RandomInt(0, 2);
+        const int lift = trial == 4 ? INT32_MAX : trial == 6 ? INT32_MIN : trial == 7 ? -2 : RandomInt(-1, 8);
         auto derm = [&](auto... a) { DermabrasionFilter(a..., type, mode, level, lift); };
         EXPECT_TRUE(vtest::FilterMatches(skin, derm, [&](auto&) { return DirectDermabrasion(skin, type, mode, level, lift); }))
             << " type " << type << " mode " << mode << " level " << level << " amount " << lift;
