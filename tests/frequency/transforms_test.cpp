@@ -1,5 +1,5 @@
-// The transforms against direct sums in double, the plane transforms against
-// their one-sequence forms and round trips, and the coefficient and spectrum pictures.
+// The transforms against direct sums in double, and the coefficient and
+// spectrum pictures against their one-sequence forms applied line by line.
 #include <array>
 #include <cmath>
 #include <complex>
@@ -52,7 +52,7 @@ TEST(Transforms1D, MatchTheDirectSumsAndTheDctRoundTrips) {
         std::vector<float> x = ftest::RandomFloats(n + 1, -255, 255), dct = x, walsh = x;
         double norm = 0;
         for (int m = 0; m < n; ++m) norm += std::abs(x[m]);
-        velomar::DCT1D(dct.data(), n, 0);
+        velomar::DCT1D(dct.data(), n, 256);  // the low byte, 0: forward
         velomar::WalshTransform1D(n, walsh.data());
         const int bits = int(std::log2(n));
         for (int k = 0; k < n; ++k) {
@@ -71,90 +71,83 @@ TEST(Transforms1D, MatchTheDirectSumsAndTheDctRoundTrips) {
     }
 }
 
-TEST(Transforms2D, RoundTripsRestoreThePlane) {
-    const int w = 16, h = 8;
-    std::vector<float> p = ftest::RandomFloats(w * h, 0, 255);
-    const std::vector<float> p0 = p;
-    velomar::DCT2D(w, h, p.data(), 0);
-    velomar::DCT2D(w, h, p.data(), 1);
-    for (int i = 0; i < w * h; ++i) ASSERT_NEAR(p[i], p0[i], 1e-3) << i;
-    velomar::WalshTransform2D(w, h, p.data());  // its own inverse up to 1 / (W H)
-    velomar::WalshTransform2D(w, h, p.data());
-    for (int i = 0; i < w * h; ++i) ASSERT_NEAR(p[i] * (w * h), p0[i], 1e-3) << i;
-}
-
-// The coefficient pictures: DCT (kind 0 or 1) or Walsh (kind 2).
-void Show(int kind, const uint8_t* s, uint8_t* d, int w, int h, int stride) {
-    kind == 2 ? ShowWALSH(s, d, w, h, stride) : ShowDCT(s, d, w, h, stride, kind);
-}
-
 // Uniform images: only the first coefficient is non-zero, at the top-left:
-// DCT trunc(10 g sqrt(W H)), Walsh 2000 g, clamped. A three-byte (or
-// four-byte) image gives, channel by channel, the pictures of its channels as
-// grey images; nothing else is written, in place or not.
-TEST(CoefficientPictures, UniformImagesAndEachChannelAsAGreyPicture) {
-    for (auto [w, h, g, kind, corner] : {std::array{4, 4, 5, 0, 200}, {16, 4, 3, 0, 240}, {16, 16, 2, 0, 255},
-                                         {8, 8, 0, 2, 0}, {8, 4, 1, 2, 255}}) {
+// DCT trunc(10 g sqrt(W H)), Walsh 2000 g, clamped; nothing else is written.
+TEST(CoefficientPictures, UniformImagesShowTheirFirstCoefficient) {
+    for (auto [w, h, g, walsh, corner] : {std::array{4, 4, 5, 0, 200}, {16, 4, 3, 0, 240}, {16, 16, 2, 0, 255},
+                                          {8, 8, 0, 1, 0}, {8, 4, 1, 1, 255}}) {
         vtest::Image src(w, h, 1, 0, uint8_t(g)), dst(w, h, 1, 0, 77), expected(w, h, 1);
-        Show(kind, src.data(), dst.data(), w, h, w);
+        walsh ? ShowWALSH(src.data(), dst.data(), w, h, w) : ShowDCT(src.data(), dst.data(), w, h, w, 0);
         expected.bytes[0] = uint8_t(corner);
         EXPECT_TRUE(vtest::BytesEqual(expected.bytes, dst.bytes)) << w << "x" << h << " g " << g;
     }
-    for (auto [w, h, bytes] : {std::tuple{5, 3, 3}, std::tuple{7, 6, 4}})
-        for (int kind = 0; kind < 3; ++kind) {
-            const vtest::Image src = vtest::RandomImage(w, h, bytes, 2);
-            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { Show(kind, a...); }, [&](std::vector<uint8_t> d) {
-                return vtest::EachPlane(src, d, 3, [&](const vtest::Image& s, vtest::Image out, int) {
-                    Show(kind, s.data(), out.data(), w, h, w);
-                    return out;
-                });
-            })) << " kind " << kind;
-        }
 }
 
-// The spectrum picture built step by step: planes padded with zeros,
-// transformed, output read at the shifted, centred position.
-std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> dest, uint8_t copy, int dir) {
+// f(imaginary line, real line, length) on every row of the two planes, then
+// on every column.
+template <class F>
+void RowsThenColumns(std::vector<float>& im, std::vector<float>& re, int pw, int ph, F f) {
+    for (int y = 0; y < ph; ++y) f(im.data() + size_t(y) * pw, re.data() + size_t(y) * pw, pw);
+    std::vector<float> ci(ph), cr(ph);
+    for (int x = 0; x < pw; ++x) {
+        for (int y = 0; y < ph; ++y) ci[y] = im[size_t(y) * pw + x], cr[y] = re[size_t(y) * pw + x];
+        f(ci.data(), cr.data(), ph);
+        for (int y = 0; y < ph; ++y) im[size_t(y) * pw + x] = ci[y], re[size_t(y) * pw + x] = cr[y];
+    }
+}
+
+// The spectrum (kind 0) and coefficient (1 DCT, 2 Walsh) pictures built step
+// by step: each channel in a plane padded with zeros, transformed a line at a
+// time with the one-sequence transforms (the plane transforms take many lines
+// at once, and the FFT skips blocks of zero rows, but must agree to the bit),
+// output read from the centred area, the spectrum's plane shifted.
+std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> dest, int kind, uint8_t copy, int dir) {
     const int w = src.width, h = src.height, pw = int(velomar::PaddedLength(w)), ph = int(velomar::PaddedLength(h));
     const float gain = uint8_t(dir) == 0 ? 0.003921569f : 255.0f;
-    const bool moves = pw > 1 && ph > 1;  // a plane one element wide or high does not move at all
+    const bool moves = kind == 0 && pw > 1 && ph > 1;  // a plane one element wide or high does not move at all
     return vtest::EachPlane(src, dest, src.stride / w == 1 ? 1 : 3, [&](const vtest::Image& p, vtest::Image out, int) {
         std::vector<float> im(size_t(pw) * ph, 0.0f), re(im.size(), 0.0f);
         vtest::EachSample(p, 1, [&](int x, int y, int, size_t i) { im[size_t(y) * pw + x] = p.bytes[i]; });
         if (copy == 1) re = im;
-        // Rows, then columns, of FFT1D: the plane transform takes many at once
-        // (and skips blocks of zero rows) but must agree to the bit.
-        for (int y = 0; y < ph; ++y) FFT1D(pw, im.data() + size_t(y) * pw, re.data() + size_t(y) * pw, dir);
-        std::vector<float> cr(ph), ci(ph);
-        for (int x = 0; x < pw; ++x) {
-            for (int y = 0; y < ph; ++y) cr[y] = re[size_t(y) * pw + x], ci[y] = im[size_t(y) * pw + x];
-            FFT1D(ph, ci.data(), cr.data(), dir);
-            for (int y = 0; y < ph; ++y) re[size_t(y) * pw + x] = cr[y], im[size_t(y) * pw + x] = ci[y];
-        }
-        // Output (x, y) reads position (ox + x, oy + y) of the shifted plane.
+        RowsThenColumns(im, re, pw, ph, [&](float* i, float* r, int n) {
+            kind == 0 ? FFT1D(n, i, r, dir) : kind == 1 ? velomar::DCT1D(i, n, dir) : velomar::WalshTransform1D(n, i);
+        });
+        // Output (x, y) reads position (ox + x, oy + y) of the (shifted) plane.
         vtest::EachSample(out, 1, [&](int x, int y, int, size_t i) {
             const int sy = ((ph - h) / 2 + y + (moves ? ph / 2 : 0)) % ph, sx = ((pw - w) / 2 + x + (moves ? pw / 2 : 0)) % pw;
             const size_t k = size_t(sy) * pw + sx;
-            out.bytes[i] = vtest::TruncClamp((std::fabs(im[k]) + std::fabs(re[k])) * gain);
+            out.bytes[i] = kind == 0 ? vtest::TruncClamp((std::fabs(im[k]) + std::fabs(re[k])) * gain)
+                                     : vtest::TruncClamp(double(std::fabs(im[k])) * (kind == 1 ? 10.0 : 2000.0));
         });
         return out;
     });
 }
 
-TEST(ShowFFT, MatchesTheStepByStepPicture) {
+void Show(int kind, const uint8_t* s, uint8_t* d, int w, int h, int stride, uint8_t copy, int dir) {
+    if (kind == 0) ShowFFT(s, d, w, h, stride, copy, dir);
+    if (kind == 1) ShowDCT(s, d, w, h, stride, dir);
+    if (kind == 2) ShowWALSH(s, d, w, h, stride);
+}
+
+// Only the low byte of Direction counts: 256 is the FFT's inverse, unscaled,
+// and the DCT's forward transform.
+TEST(SpectrumPictures, MatchTheStepByStepPictures) {
     struct Case { int w, h, bytes, padding; };
     const Case cases[] = {{1, 1, 1, 0}, {1, 7, 1, 3}, {9, 1, 3, 0}, {16, 8, 1, 0}, {13, 11, 3, 2},
                           {6, 5, 4, 1}, {33, 17, 1, 5}, {20, 40, 3, 0}};
     for (const Case& t : cases)
-        for (int dir : {256, 1, 2})  // only the low byte of 256 counts: inverse, unscaled
-            for (uint8_t copy : {0, 1, 2}) {
-                vtest::Image src = vtest::RandomImage(t.w, t.h, t.bytes, t.padding);
-                for (int y = 0; y < t.h; ++y)  // black rows, some starting a block the plane transform takes at once
-                    if (vtest::RandomInt(0, 3) == 0) std::fill_n(&src.at(0, y), t.w * t.bytes, uint8_t(0));
-                EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { ShowFFT(a..., copy, dir); },
-                                                 [&](std::vector<uint8_t> d) { return PictureOf(src, d, copy, dir); }))
-                    << " dir " << dir << " copy " << int(copy);
-            }
+        for (int kind = 0; kind < 3; ++kind)
+            for (int dir : {256, 1, 2})
+                for (uint8_t copy : {0, 1, 2}) {
+                    if ((kind && copy) || (kind == 2 && dir != 1)) continue;  // copies: the FFT's; Walsh: no direction
+                    vtest::Image src = vtest::RandomImage(t.w, t.h, t.bytes, t.padding);
+                    for (int y = 0; y < t.h; ++y)  // black rows, some starting a block the FFT skips
+                        if (vtest::RandomInt(0, 3) == 0) std::fill_n(&src.at(0, y), t.w * t.bytes, uint8_t(0));
+                    auto show = [&](auto... a) { Show(kind, a..., copy, dir); };
+                    auto model = [&](auto d) { return PictureOf(src, d, kind, copy, dir); };
+                    EXPECT_TRUE(vtest::FilterMatches(src, show, model))
+                        << " kind " << kind << " dir " << dir << " copy " << int(copy);
+                }
 }
 
 // A null image, no pixels, a short stride and two bytes per pixel.
