@@ -1,4 +1,4 @@
-// Box blur against the plain neighbourhood mean.
+// Box blur against the plain neighbourhood mean, and the refused calls of every blur export.
 #include <array>
 #include <cmath>
 #include <tuple>
@@ -67,19 +67,6 @@ TEST(BoxBlur, MatchesNaiveMean) {
         const int most = std::max(src.width, src.height);
         CheckAgainstNaive(src, RandomInt(0, 3) == 0 ? RandomInt(most, 2 * most + 3) : RandomInt(0, 6), RandomInt(0, 2));
     }
-    // Two bytes per pixel (Width 3 over Stride 6), a negative radius, an
-    // empty image and a null buffer.
-    const vtest::Image src = vtest::RandomImage(9, 7, 3);
-    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(9, 7, 3), {
-        [&](uint8_t* d) { BoxBlur(src.data(), d, 3, 7, 6, 1, 0); },
-        [&](uint8_t* d) { BoxBlur(src.data(), d, 9, 7, src.stride, -1, 0); },
-        [&](uint8_t* d) { BoxBlur(src.data(), d, 0, 7, src.stride, 1, 0); },
-        [&](uint8_t* d) { BoxBlur(nullptr, d, 9, 7, src.stride, 1, 0); },
-    }));
-    std::vector<double> plane(63, 1.5), out(63, -2.0);
-    velomar::BoxBlurDouble(plane.data(), out.data(), 9, 7, 9, -3, 1);
-    velomar::BoxBlurDouble(plane.data(), out.data(), 9, 7, 8, 1, 1);
-    EXPECT_EQ(std::vector<double>(63, -2.0), out);
 }
 
 TEST(BoxBlur, MeanTruncatesAtEveryQuotientBoundary) {
@@ -161,6 +148,35 @@ TEST(BoxBlurDouble, KeepsTheRunningSumsAsDefined) {
         velomar::BoxBlurDouble(src.data(), src.data(), w, h, stride, r, edge);
         ASSERT_EQ(dst, src) << "in place differs (or padding written)";
     }
+}
+
+// Every blur export's refused calls over one padded three-byte picture (Width 14 over its 29-byte rows is two
+// bytes per pixel, which would leave the rows): one entry per rule of each export. SurfaceBlur writes nothing.
+TEST(Blurs, RefusedCallsWriteNothing) {
+    const vtest::Image src = vtest::RandomImage(9, 7, 3, 2);
+    const uint8_t* s = src.data();
+    EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
+        [&](uint8_t* d) { BoxBlur(s, d, 14, 7, 29, 1, 0); },
+        [&](uint8_t* d) { BoxBlur(s, d, 9, 7, 29, -1, 0); },
+        [&](uint8_t* d) { BoxBlur(s, d, 0, 7, 29, 1, 0); },
+        [&](uint8_t* d) { BoxBlur(nullptr, d, 9, 7, 29, 1, 0); },
+        [&](uint8_t* d) { GuassBlur(s, d, 14, 7, 29, 2.0); },
+        [&](uint8_t* d) { GuassBlur(nullptr, d, 9, 7, 29, 2.0); },
+        [&](uint8_t* d) { GuassBlur(s, d, 0, 7, 29, 2.0); },
+        [&](uint8_t* d) { MedianBlur(s, d, 9, 7, 29, 0, 50); },
+        [&](uint8_t* d) { MedianBlur(s, d, 9, 7, 29, 128, 50); },
+        [&](uint8_t* d) { MedianBlur(s, d, 14, 7, 29, 2, 50); },
+        [&](uint8_t* d) { MedianBlur(nullptr, d, 9, 7, 29, 2, 50); },
+        [&](uint8_t* d) { MedianBlur(s, d, 0, 7, 29, 2, 50); },
+        [&](uint8_t* d) { LinearBlur(s, d, 9, 7, 29, 1001, 0, 0); },
+        [&](uint8_t* d) { LinearBlur(s, d, 14, 7, 29, 3, 10, 1); },
+        [&](uint8_t* d) { MotionBlur(s, d, 0, 7, 29, 3, 10, 1); },
+        [&](uint8_t* d) { SurfaceBlur(s, d, 9, 7, 29, 3, 10); },
+    }));
+    std::vector<double> plane(63, 1.5), out(63, -2.0);
+    velomar::BoxBlurDouble(plane.data(), out.data(), 9, 7, 9, -3, 1);
+    velomar::BoxBlurDouble(plane.data(), out.data(), 9, 7, 8, 1, 1);
+    EXPECT_EQ(std::vector<double>(63, -2.0), out);
 }
 
 }  // namespace

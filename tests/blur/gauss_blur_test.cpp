@@ -100,14 +100,6 @@ TEST_P(GuassBlurIsa, MatchesDirectRecursion) {
         for (int x = 0; x < 700; ++x) dark.at(x, y) = (x < 20 || (x > 400 && x < 405)) ? 255 : 0;
     dark.at(350, 5) = 1;
     for (double sigma : {0.5, 2.0}) check(dark, sigma);
-    // Two bytes per pixel would leave the row; null buffers and empty images
-    // are answered by returning.
-    const vtest::Image two = vtest::RandomImage(8, 5, 2, 1);
-    EXPECT_TRUE(vtest::WritesNothing(vtest::RandomImage(8, 5, 2, 1), {
-        [&](uint8_t* d) { GuassBlur(two.data(), d, 8, 5, two.stride, 2.0); },
-        [&](uint8_t* d) { GuassBlur(nullptr, d, 8, 5, two.stride, 2.0); },
-        [&](uint8_t* d) { GuassBlur(two.data(), d, 0, 5, two.stride, 2.0); },
-    }));
 }
 
 }  // namespace
