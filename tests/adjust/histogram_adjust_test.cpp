@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "adjust/adjust.h"
-#include "common/reference.h"
+#include "common/suite.h"
 
 namespace {
 
@@ -14,8 +14,8 @@ using Hist = std::array<uint32_t, 256>;
 using Tab = std::array<uint8_t, 256>;
 enum class Kind { Level, Contrast, Color, Equalize };
 
-// Calls f(offset, B, G, R) for every pixel of the three-byte walk (rows
-// 3 * Width plus Stride % Width bytes apart), or f(offset, v, v, v) for every
+// Calls f(B, G, R) for every pixel of the three-byte walk (rows 3 * Width
+// plus Stride % Width bytes apart), or f(v, v, v) for every
 // counted grey byte (a Width of a multiple of four counts the padding too).
 template <class F>
 void Walk(const vtest::Image& r, F f) {
@@ -24,7 +24,7 @@ void Walk(const vtest::Image& r, F f) {
     const size_t pitch = grey ? r.stride : 3 * r.width + r.stride % r.width;
     for (int y = 0; y < r.height; ++y)
         for (size_t x = 0, o = y * pitch; x < size_t(run); ++x, o += 1 + 2 * next)
-            f(o, r.bytes[o], r.bytes[o + next], r.bytes[o + 2 * next]);
+            f(r.bytes[o], r.bytes[o + next], r.bytes[o + 2 * next]);
 }
 
 void LowHigh(const Hist& h, double T, int& low, int& high) {
@@ -52,17 +52,10 @@ Tab MakeTable(const Hist& h, int low, int high, bool autoGamma) {
     return t;
 }
 
-// The curve applier: grey maps every byte of the buffer, other layouts
-// three bytes per pixel of the walk above.
-void Apply(const vtest::Image& r, uint8_t* d, const Tab& tb, const Tab& tg, const Tab& tr) {
-    if (r.stride / r.width == 1)
-        return void(std::transform(r.bytes.begin(), r.bytes.end(), d, [&](uint8_t v) { return tb[v]; }));
-    Walk(r, [&](size_t o, int b, int g, int rd) { d[o] = tb[b], d[o + 1] = tg[g], d[o + 2] = tr[rd]; });
-}
-
-void Model(Kind kind, const vtest::Image& r, uint8_t* d, double clip, bool autoGamma) {
+// The tables of each kind, applied with the curve applier's walk.
+std::vector<uint8_t> Model(Kind kind, const vtest::Image& r, std::vector<uint8_t> d, double clip, bool autoGamma) {
     const int bytes = r.stride / r.width;
-    if (bytes == 2) return;  // the three-byte walk would leave the rows
+    if (bytes == 2) return d;  // the three-byte walk would leave the rows
     if (bytes == 1 && (kind == Kind::Contrast || kind == Kind::Color)) kind = Kind::Level, autoGamma = true;
     const double T = double(r.width * r.height) * clip;
     // One histogram per channel (green and red stay empty unless pixels are
@@ -70,7 +63,7 @@ void Model(Kind kind, const vtest::Image& r, uint8_t* d, double clip, bool autoG
     // counted byte (Equalize).
     std::array<Hist, 3> h{};
     Hist one{};
-    Walk(r, [&](size_t, int b, int g, int rd) {
+    Walk(r, [&](int b, int g, int rd) {
         ++h[0][b];
         if (bytes == 3) ++h[1][g], ++h[2][rd];
         if (kind == Kind::Color) ++one[(b + 2 * g + rd) >> 2];
@@ -81,7 +74,7 @@ void Model(Kind kind, const vtest::Image& r, uint8_t* d, double clip, bool autoG
     if (kind == Kind::Equalize) {
         double s = 0;
         for (int i = 0; i < 256; ++i) t[0][i] = uint8_t(int((s += one[i]) * 255.0 / (bytes * r.width * r.height)));
-        return Apply(r, d, t[0], t[0], t[0]);
+        return vtest::ApplyCurves(r, d, t[0].data(), t[0].data(), t[0].data());
     }
     if (kind != Kind::Level) {  // one curve: the luminance's range, or the channels' joint range over their sum
         for (int c = 0; kind == Kind::Contrast && c < 3; ++c) {
@@ -91,13 +84,13 @@ void Model(Kind kind, const vtest::Image& r, uint8_t* d, double clip, bool autoG
         }
         if (kind == Kind::Color) LowHigh(one, T, lo, hi);
         t[0] = MakeTable(one, lo, hi, autoGamma);
-        return Apply(r, d, t[0], t[0], t[0]);
+        return vtest::ApplyCurves(r, d, t[0].data(), t[0].data(), t[0].data());
     }
     for (int c = 0; c < (bytes == 3 ? 3 : 1); ++c) {
         LowHigh(h[c], T, low, high);
         t[c] = MakeTable(h[c], low, high, autoGamma);
     }
-    Apply(r, d, t[0], t[1], t[2]);
+    return vtest::ApplyCurves(r, d, t[0].data(), t[1].data(), t[2].data());
 }
 
 // A fifth of the pixels black, the rest in 100..110: with a 30% clip the low
@@ -131,10 +124,7 @@ TEST(AutoAdjust, MatchesDirectModelOnRandomLayouts) {
             EXPECT_TRUE(vtest::FilterMatches(
                 src,
                 [&](auto... a) { kind == Kind::Equalize ? HistEqualize(a...) : curves[int(kind)](a..., clip, gamma); },
-                [&](std::vector<uint8_t> d) {
-                    Model(kind, src, d.data(), clip, gamma);
-                    return d;
-                }))
+                [&](auto d) { return Model(kind, src, d, clip, gamma); }))
                 << "kind " << int(kind) << " clip " << clip << " gamma " << gamma;
         }
 }

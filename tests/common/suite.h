@@ -23,4 +23,18 @@ void EachRowByte(const Image& img, int run, F f) {
         for (int x = 0; x < run; ++x) f(size_t(y) * img.stride + x);
 }
 
+// The curve applier's walk: grey maps every byte of the buffer, padding
+// included; other layouts map Width three-byte pixels per row, bytes 0, 1 and
+// 2 through tables b, g and r, rows 3 * Width plus Stride % Width bytes apart.
+// Other bytes keep `out`.
+inline std::vector<uint8_t> ApplyCurves(const Image& src, std::vector<uint8_t> out, const uint8_t* b,
+                                        const uint8_t* g, const uint8_t* r) {
+    const bool grey = src.stride / src.width == 1;
+    const size_t run = grey ? src.stride : 3 * src.width, pitch = grey ? run : run + src.stride % src.width;
+    const uint8_t* table[] = {b, g, r};
+    for (size_t y = 0; y < size_t(src.height); ++y)
+        for (size_t i = 0; i < run; ++i) out[y * pitch + i] = table[grey ? 0 : i % 3][src.bytes[y * pitch + i]];
+    return out;
+}
+
 }  // namespace vtest
