@@ -84,7 +84,7 @@ TEST_F(HostTest, ArgumentErrorsAreReportedWithNonZeroExit) {
     EXPECT_NE(r.err.find("status 4 (invalid parameter)"), std::string::npos) << r.err;
 }
 
-TEST_F(HostTest, VersionHelpAndListNameRangesAndDefaults) {
+TEST_F(HostTest, VersionAndHelpNameRangesAndDefaults) {
     Result v = Cli({"--version"});
     EXPECT_EQ(v.code, 0);
     EXPECT_EQ(v.out, std::string("velomar ") + VELOMAR_VERSION_STRING + "\n");
@@ -95,13 +95,6 @@ TEST_F(HostTest, VersionHelpAndListNameRangesAndDefaults) {
         EXPECT_NE(r.out.find("--Radius <int> = 5  [1..127]"), std::string::npos) << r.out;
         EXPECT_NE(r.out.find("--Percent <int> = 50  [0..100]"), std::string::npos) << r.out;
     }
-    Result r = Cli({"list"});
-    ASSERT_EQ(r.code, 0);
-    for (const host::Op& op : host::Ops()) {
-        EXPECT_NE(r.out.find(op.name + "  ("), std::string::npos) << op.name;
-        for (const host::Param& p : op.params) EXPECT_NE(r.out.find("--" + p.name), std::string::npos);
-    }
-    EXPECT_NE(r.out.find("--Gamma <float> = 0.6"), std::string::npos);
 }
 
 // Names and values in either spelling, formats chosen by the extension, PNG
@@ -171,36 +164,14 @@ TEST_F(HostTest, AlphaIsKeptAndSixteenBitInputWarned) {
     EXPECT_NE(r.err.find("16 bits per sample: reduced to 8"), std::string::npos) << r.err;
 }
 
-// Every export in its family's section, on every image that could be read;
-// every picture the page shows exists.
-TEST_F(HostTest, GalleryRunsEveryExportOnEveryImage) {
-    host::Image image;
-    const std::string in = WriteInput(image);
-    // An input that cannot be read fails the run and is not counted.
-    Result r = Cli({"gallery", "--out", Path("g"), in, Path("missing.png")});
-    EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.out.find(" exports on 1 of 2 images (1 failed)"), std::string::npos) << r.out;
-    std::ifstream html(Path("g/index.html"));
-    const std::string page((std::istreambuf_iterator<char>(html)), std::istreambuf_iterator<char>());
-    for (const host::Op& op : host::Ops()) {
-        EXPECT_TRUE(std::filesystem::exists(Path("g/in-" + op.name + ".png"))) << op.name;
-        EXPECT_NE(page.find("<h3>" + op.name + "</h3>"), std::string::npos) << op.name;
-        EXPECT_NE(page.find("<a href=\"#" + op.name + "\">"), std::string::npos) << op.name << " not in the contents";
-    }
-    int shown = 0;
-    for (size_t at = page.find("src=\""); at != std::string::npos; at = page.find("src=\"", at + 1), ++shown) {
-        const std::string file = page.substr(at + 5, page.find('"', at + 5) - at - 5);
-        EXPECT_TRUE(std::filesystem::exists(Path("g/" + file))) << file;
-    }
-    EXPECT_GT(shown, 2 * int(host::Ops().size()));
-}
-
 // The header is the one list of exports (the Windows export table is made
-// from it): the host's table and the README must name exactly those exports.
-TEST(Registration, HostTableAndReadmeNameEveryDeclaredExport) {
+// from it): the host's table, its list and the README must name exactly those
+// exports. The gallery shows every export in its family's section, on every
+// image that could be read; every picture the page shows exists.
+TEST_F(HostTest, EveryDeclaredExportIsListedShownAndInTheReadme) {
     std::set<std::string> declared;
-    std::stringstream list(VELOMAR_DECLARED_EXPORTS);
-    for (std::string name; std::getline(list, name, ',');) declared.insert(name);
+    std::stringstream names(VELOMAR_DECLARED_EXPORTS);
+    for (std::string name; std::getline(names, name, ',');) declared.insert(name);
     ASSERT_GT(declared.size(), 30u);
     std::ifstream file(VELOMAR_README);
     const std::string readme((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
@@ -212,7 +183,31 @@ TEST(Registration, HostTableAndReadmeNameEveryDeclaredExport) {
             EXPECT_NE(host::FindOp(name), nullptr) << name << " is not in the host table";
         }
     }
-    for (const host::Op& op : host::Ops()) EXPECT_TRUE(declared.count(op.name)) << op.name << " is not declared";
+    Result list = Cli({"list"});
+    ASSERT_EQ(list.code, 0);
+    EXPECT_NE(list.out.find("--Gamma <float> = 0.6"), std::string::npos);
+    host::Image image;
+    const std::string in = WriteInput(image);
+    // An input that cannot be read fails the run and is not counted.
+    Result r = Cli({"gallery", "--out", Path("g"), in, Path("missing.png")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.out.find(" exports on 1 of 2 images (1 failed)"), std::string::npos) << r.out;
+    std::ifstream html(Path("g/index.html"));
+    const std::string page((std::istreambuf_iterator<char>(html)), std::istreambuf_iterator<char>());
+    for (const host::Op& op : host::Ops()) {
+        EXPECT_TRUE(declared.count(op.name)) << op.name << " is not declared";
+        EXPECT_NE(list.out.find(op.name + "  ("), std::string::npos) << op.name;
+        for (const host::Param& p : op.params) EXPECT_NE(list.out.find("--" + p.name), std::string::npos);
+        EXPECT_TRUE(std::filesystem::exists(Path("g/in-" + op.name + ".png"))) << op.name;
+        EXPECT_NE(page.find("<h3>" + op.name + "</h3>"), std::string::npos) << op.name;
+        EXPECT_NE(page.find("<a href=\"#" + op.name + "\">"), std::string::npos) << op.name << " not in the contents";
+    }
+    int shown = 0;
+    for (size_t at = page.find("src=\""); at != std::string::npos; at = page.find("src=\"", at + 1), ++shown) {
+        const std::string file = page.substr(at + 5, page.find('"', at + 5) - at - 5);
+        EXPECT_TRUE(std::filesystem::exists(Path("g/" + file))) << file;
+    }
+    EXPECT_GT(shown, 2 * int(host::Ops().size()));
 }
 
 }  // namespace
