@@ -72,15 +72,14 @@ void BiExpBothOrders(Grid<double>& a, Grid<double>& b, double lambda, double sig
 // Lambda 0 passes the image through; four bytes per pixel are left alone.
 std::vector<uint8_t> BiExpModel(const Image& src, std::vector<uint8_t> d, double lambda, double sigma) {
     const int c = src.stride / src.width;
-    if (c == 4) return d;
-    for (int ch = 0; ch < c; ++ch) {
-        Grid<double> a = GridOf<double>(src, c, ch), b = a;
+    return c == 4 ? d : vtest::EachPlane(src, d, c, [&](const Image& plane, Image out, int) {
+        Grid<double> a = GridOf<double>(plane, 1, 0), b = a;
         if (lambda != 0) BiExpBothOrders(a, b, lambda, sigma);
-        for (int y = 0; y < src.height; ++y)
-            for (int x = 0; x < src.width; ++x)
-                d[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(std::clamp((a[y][x] + b[y][x]) * 0.5, 0.0, 255.0));
-    }
-    return d;
+        vtest::EachSample(out, 1, [&](int x, int y, int, size_t i) {
+            out.bytes[i] = vtest::TruncClamp(std::clamp((a[y][x] + b[y][x]) * 0.5, 0.0, 255.0));
+        });
+        return out;
+    });
 }
 
 // ---- recursive domain transform ------------------------------------------
@@ -131,9 +130,9 @@ std::vector<uint8_t> DomainModel(const Image& src, const Image& guide, std::vect
         for (auto& p : j) sweep(p, dx, a);
         for (auto& p : j) p = Transposed(p), sweep(p, dyT, a), p = Transposed(p);
     }
-    for (int ch = 0; ch < c; ++ch)
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) d[vtest::Offset(src, x, y, c, ch)] = vtest::TruncClamp(double(j[ch][y][x]) * 255.0);
+    vtest::EachSample(src, c, [&](int x, int y, int ch, size_t i) {
+        d[i] = vtest::TruncClamp(double(j[ch][y][x]) * 255.0);
+    });
     return d;
 }
 
