@@ -42,16 +42,22 @@ Plane LinearModel(const Plane& p, const Plane& I, int w, int h, int r, double ep
     return q;
 }
 
-// The export: bytes to v / 255, the model per channel (three-byte pixels on
-// any layout but grey), back with trunc(q * 255 + 0.5) clamped.
-std::vector<uint8_t> ReferenceGuided(const vtest::Image& src, const vtest::Image& guide,
-                                     std::vector<uint8_t> dest, int r, double eps) {
+// Both filters run model(source plane, guide plane, Dest's bytes) per channel:
+// bytes 0..2 of each pixel on any layout but grey.
+template <class Model>
+std::vector<uint8_t> PerPlane(const vtest::Image& src, const vtest::Image& guide, std::vector<uint8_t> dest,
+                              Model model) {
     const int step = src.channels == 1 ? 1 : 3;
-    return vtest::EachPlane(src, dest, step, [&](const vtest::Image&, vtest::Image d, int ch) {
-        const Plane q = LinearModel(Unit(src, step, ch), Unit(guide, step, ch), src.width, src.height, r, eps);
-        for (size_t i = 0; i < q.size(); ++i) d.bytes[i] = uint8_t(std::clamp(velomar::TruncToInt(q[i] * 255 + 0.5), 0, 255));
+    return vtest::EachPlane(src, dest, step, [&](const vtest::Image& s, vtest::Image d, int c) {
+        model(s, vtest::PlaneOf(guide, step, c), d.bytes);
         return d;
     });
+}
+
+// The guided export: bytes to v / 255, the linear model, back with trunc(q * 255 + 0.5) clamped.
+void GuidedPlane(const vtest::Image& s, const vtest::Image& g, std::vector<uint8_t>& d, int r, double eps) {
+    const Plane q = LinearModel(Unit(s, 1, 0), Unit(g, 1, 0), s.width, s.height, r, eps);
+    for (size_t i = 0; i < q.size(); ++i) d[i] = uint8_t(std::clamp(velomar::TruncToInt(q[i] * 255 + 0.5), 0, 255));
 }
 
 // Radii far beyond the image once made the first window of every box mean
@@ -76,13 +82,14 @@ struct Params {
     int downsample;
     double sigmaSpatial, sigmaRange;
     int flag;  // only its low byte selects the Gaussian
-    bool gaussian() const { return uint8_t(flag) == 1; }
 };
 
 // One unpadded plane (Stride == Width) filtered into dest; pixels outside
 // every bracket keep their value.
-void ReferencePlane(const uint8_t* src, const uint8_t* guide, uint8_t* dest, int W, int H,
+void ReferencePlane(const vtest::Image& srcPlane, const vtest::Image& guidePlane, std::vector<uint8_t>& dest,
                     const Params& p) {
+    const int W = srcPlane.width, H = srcPlane.height;
+    const uint8_t *src = srcPlane.data(), *guide = guidePlane.data();
     int s = 0;
     while (s + 1 <= p.downsample && (W >> (s + 1)) >= 1 && (H >> (s + 1)) >= 1) ++s;
     const int w = W >> s, h = H >> s;
@@ -105,8 +112,8 @@ void ReferencePlane(const uint8_t* src, const uint8_t* guide, uint8_t* dest, int
             num[i] = ss[i] * den[i];
         }
         for (auto* plane : {&num, &den})
-            p.gaussian() ? velomar::GaussBlurDouble(plane->data(), plane->data(), w, h, w, S)
-                       : velomar::BoxBlurDouble(plane->data(), plane->data(), w, h, w, velomar::TruncToInt(S + 0.5), EDGE_REFLECT);
+            uint8_t(p.flag) == 1 ? velomar::GaussBlurDouble(plane->data(), plane->data(), w, h, w, S)
+                                 : velomar::BoxBlurDouble(plane->data(), plane->data(), w, h, w, velomar::TruncToInt(S + 0.5), EDGE_REFLECT);
         J[size_t(k)].resize(sg.size());
         for (size_t i = 0; i < sg.size(); ++i) J[size_t(k)][i] = num[i] / den[i];
     }
@@ -132,16 +139,6 @@ void ReferencePlane(const uint8_t* src, const uint8_t* guide, uint8_t* dest, int
             // Full size rounds and clamps; downsampled output truncates and wraps.
             dest[size_t(y) * W + x] = uint8_t(velomar::TruncToInt(p.downsample == 0 ? std::clamp(v + 0.5, 0.0, 255.0) : v));
         }
-}
-
-// Colour layouts: bytes 0..2 of each pixel filtered as separate planes.
-std::vector<uint8_t> Reference(const vtest::Image& src, const vtest::Image& guide, std::vector<uint8_t> dest,
-                               const Params& p) {
-    const int step = src.channels == 1 ? 1 : 3;
-    return vtest::EachPlane(src, dest, step, [&](const vtest::Image& s, vtest::Image d, int c) {
-        ReferencePlane(s.data(), vtest::PlaneOf(guide, step, c).data(), d.data(), src.width, src.height, p);
-        return d;
-    });
 }
 
 // Both filters on the same pictures and guides: over a separate Dest, in place
@@ -176,7 +173,7 @@ TEST(JointFilters, MatchTheirModels) {
             }
         };
         check([&](const uint8_t* s, const uint8_t* g, uint8_t* d) { GuidedFilter(s, g, d, w, h, src.stride, r, eps); },
-              [&](auto d) { return ReferenceGuided(src, guide, d, r, eps); });
+              [&](auto d) { return PerPlane(src, guide, d, [&](auto&&... a) { GuidedPlane(a..., r, eps); }); });
         const Plane in = Unit(src, src.channels, 0), I = Unit(guide, src.channels, 0);
         Plane out(in.size(), -1.0), inPlace = in, overGuide = I;
         velomar::GuidedFilterCore(in.data(), I.data(), out.data(), w, h, r, eps);
@@ -197,7 +194,7 @@ TEST(JointFilters, MatchTheirModels) {
             EXPECT_TRUE(vtest::PaddingIntact(d, 0x3C));
             continue;
         }
-        check(bilateral, [&](auto d) { return Reference(src, guide, d, p); });
+        check(bilateral, [&](auto d) { return PerPlane(src, guide, d, [&](auto&&... a) { ReferencePlane(a..., p); }); });
     }
     // Two bytes per pixel write nothing; neither do a null guide, an empty
     // image and a negative radius on grey rows (Stride 6).
