@@ -111,16 +111,14 @@ TEST(LineBlurs, MatchTheKernelAppliedDirectly) {
         std::vector<int32_t> dense(size_t(side) * side + 1, -7);
         ASSERT_EQ(GetMotionArray(dense.data(), d, angle), side);
         ASSERT_EQ(dense.back(), -7) << "wrote past the square";
-        std::vector<LineTap> motion;
+        std::vector<LineTap> motion, trail = Kernel(d, angle, true);
         for (int i = 0; i < side * side; ++i)
             if (dense[i]) motion.push_back({i % side - side / 2, i / side - side / 2, dense[i]});
-        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { MotionBlur(a..., d, angle, edge); },
-                                         [&](std::vector<uint8_t> out) { return Direct(src, out, motion, edge); }))
-            << "motion d " << d << " angle " << angle << " edge " << edge;
-        const std::vector<LineTap> trail = Kernel(d, angle, true);
-        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { LinearBlur(a..., d, angle, edge); },
-                                         [&](std::vector<uint8_t> out) { return Direct(src, out, trail, edge); }))
-            << "linear d " << d << " angle " << angle << " edge " << edge;
+        // MotionBlur applies that square, LinearBlur the trailing line.
+        for (const auto& blur : {std::pair{&MotionBlur, &motion}, {&LinearBlur, &trail}})
+            EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { blur.first(a..., d, angle, edge); },
+                                             [&](auto out) { return Direct(src, out, *blur.second, edge); }))
+                << (blur.second == &motion ? "motion d " : "linear d ") << d << " angle " << angle << " edge " << edge;
     }
     // Refused lengths and angles: GetMotionArray returns 0 and writes nothing (the blurs decline at the same
     // kernel check; Blurs.RefusedCallsWriteNothing holds their refused calls).
