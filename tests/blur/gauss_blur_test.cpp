@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "blur/blur.h"
-#include "common/reference.h"
+#include "common/suite.h"
 
 namespace {
 
@@ -71,8 +71,7 @@ TEST_P(GuassBlurIsa, MatchesDirectRecursion) {
     auto check = [](const vtest::Image& src, double sigma) {
         const int c = std::min(src.channels, 3);
         EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { GuassBlur(a..., sigma); }, [&](std::vector<uint8_t> d) {
-            for (int y = 0; y < src.height; ++y)
-                std::copy_n(&src.bytes[size_t(y) * src.stride], src.width * c, &d[size_t(y) * src.stride]);
+            vtest::EachRowByte(src, src.width * c, [&](size_t i) { d[i] = src.bytes[i]; });
             const auto store = [](double v) { return uint8_t(vtest::TruncI32(v)); };
             return Direct(d, src.width, src.height, src.stride, c, sigma, store);
         })) << " sigma " << sigma;
