@@ -37,19 +37,18 @@ std::vector<uint8_t> DirectTransfer(const vtest::Image& ref, const vtest::Image&
     Lab rm, rs, tm, ts;
     Pixels(ref, rm, rs);
     const auto px = Pixels(tgt, tm, ts);
-    for (int y = 0, i = 0; y < tgt.height; ++y)
-        for (int x = 0; x < tgt.width; ++x, ++i) {
-            Lab a;
-            for (int k = 0; k < 3; ++k)  // a flat target channel goes to the reference mean
-                a[k] = ts[k] == 0 ? rm[k] : (px[i][k] - tm[k]) * (rs[k] / ts[k]) + rm[k];
-            const double L = std::exp(0.5774 * a[0] + 0.4082 * a[1] + 0.7071 * a[2]);
-            const double M = std::exp(0.5774 * a[0] + 0.4082 * a[1] - 0.7071 * a[2]);
-            const double S = std::exp(0.5774 * a[0] - 0.8164 * a[1]);
-            uint8_t* d = &dst[size_t(y) * tgt.stride + 3 * x];
-            d[0] = vtest::TruncClamp((0.0497 * L - 0.2439 * M + 1.2045 * S) * 255.0 - 0.5);
-            d[1] = vtest::TruncClamp((-1.2186 * L + 2.3809 * M - 0.1624 * S) * 255.0 - 0.5);
-            d[2] = vtest::TruncClamp((4.4679 * L - 3.5873 * M + 0.1193 * S) * 255.0 - 0.5);
-        }
+    vtest::EachSample(tgt, 1, [&](int x, int y, int, size_t) {
+        Lab a;
+        for (int k = 0; k < 3; ++k)  // a flat target channel goes to the reference mean
+            a[k] = ts[k] == 0 ? rm[k] : (px[size_t(y) * tgt.width + x][k] - tm[k]) * (rs[k] / ts[k]) + rm[k];
+        const double L = std::exp(0.5774 * a[0] + 0.4082 * a[1] + 0.7071 * a[2]);
+        const double M = std::exp(0.5774 * a[0] + 0.4082 * a[1] - 0.7071 * a[2]);
+        const double S = std::exp(0.5774 * a[0] - 0.8164 * a[1]);
+        uint8_t* d = &dst[vtest::Offset(tgt, x, y, 3, 0)];
+        d[0] = vtest::TruncClamp((0.0497 * L - 0.2439 * M + 1.2045 * S) * 255.0 - 0.5);
+        d[1] = vtest::TruncClamp((-1.2186 * L + 2.3809 * M - 0.1624 * S) * 255.0 - 0.5);
+        d[2] = vtest::TruncClamp((4.4679 * L - 3.5873 * M + 0.1193 * S) * 255.0 - 0.5);
+    });
     return dst;
 }
 
