@@ -110,16 +110,13 @@ std::vector<uint8_t> DomainModel(const Image& src, const Image& guide, std::vect
         dx[y][x] = dx[y][x] + (x ? std::fabs(j[ch][y][x] - j[ch][y][x - 1]) : 0.0f);
         dy[y][x] = dy[y][x] + (y ? std::fabs(j[ch][y][x] - j[ch][y - 1][x]) : 0.0f);
     });
-    for (auto* g : {&dx, &dy})
-        for (auto& row : *g)
-            for (float& v : row) v = 1.0f + r * v;
-    // Along every row of p forwards and backwards, weights a^dist; columns as
-    // the rows of the transposed planes.
-    auto sweep = [](Grid<float>& p, const Grid<float>& dist, float a) {
+    // Along every row of p forwards and backwards, weights a^(1 + r D), D the
+    // guide's summed differences; columns as the rows of the transposed planes.
+    auto sweep = [&](Grid<float>& p, const Grid<float>& D, float a) {
         for (size_t y = 0; y < p.size(); ++y) {
             auto& q = p[y];
-            for (size_t x = 1; x < q.size(); ++x) q[x] = q[x] + FastPow(a, dist[y][x]) * (q[x - 1] - q[x]);
-            for (size_t x = q.size() - 1; x-- > 0;) q[x] = q[x] + FastPow(a, dist[y][x + 1]) * (q[x + 1] - q[x]);
+            for (size_t x = 1; x < q.size(); ++x) q[x] = q[x] + FastPow(a, 1.0f + r * D[y][x]) * (q[x - 1] - q[x]);
+            for (size_t x = q.size() - 1; x-- > 0;) q[x] = q[x] + FastPow(a, 1.0f + r * D[y][x + 1]) * (q[x + 1] - q[x]);
         }
     };
     load(src);
