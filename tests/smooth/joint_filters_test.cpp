@@ -13,11 +13,10 @@ namespace {
 
 using Plane = std::vector<double>;
 
-// Channel k of an image (pixels `walk` bytes apart) as doubles v / 255.
-Plane Unit(const vtest::Image& img, int walk, int k) {
-    const vtest::Image plane = vtest::PlaneOf(img, walk, k);
-    Plane u(plane.bytes.size());
-    for (size_t i = 0; i < u.size(); ++i) u[i] = plane.bytes[i] * 0.00392156862745098;
+// An unpadded plane as doubles v / 255.
+Plane Unit(const vtest::Image& plane) {
+    Plane u(plane.bytes.begin(), plane.bytes.end());
+    for (double& v : u) v *= 0.00392156862745098;
     return u;
 }
 
@@ -56,7 +55,7 @@ std::vector<uint8_t> PerPlane(const vtest::Image& src, const vtest::Image& guide
 
 // The guided export: bytes to v / 255, the linear model, back with trunc(q * 255 + 0.5) clamped.
 void GuidedPlane(const vtest::Image& s, const vtest::Image& g, std::vector<uint8_t>& d, int r, double eps) {
-    const Plane q = LinearModel(Unit(s, 1, 0), Unit(g, 1, 0), s.width, s.height, r, eps);
+    const Plane q = LinearModel(Unit(s), Unit(g), s.width, s.height, r, eps);
     for (size_t i = 0; i < q.size(); ++i) d[i] = uint8_t(std::clamp(velomar::TruncToInt(q[i] * 255 + 0.5), 0, 255));
 }
 
@@ -174,7 +173,7 @@ TEST(JointFilters, MatchTheirModels) {
         };
         check([&](const uint8_t* s, const uint8_t* g, uint8_t* d) { GuidedFilter(s, g, d, w, h, src.stride, r, eps); },
               [&](auto d) { return PerPlane(src, guide, d, [&](auto&&... a) { GuidedPlane(a..., r, eps); }); });
-        const Plane in = Unit(src, src.channels, 0), I = Unit(guide, src.channels, 0);
+        const Plane in = Unit(vtest::PlaneOf(src, src.channels, 0)), I = Unit(vtest::PlaneOf(guide, src.channels, 0));
         Plane out(in.size(), -1.0), inPlace = in, overGuide = I;
         velomar::GuidedFilterCore(in.data(), I.data(), out.data(), w, h, r, eps);
         EXPECT_EQ(out, LinearModel(in, I, w, h, r, eps));  // the same box means: identical bits
