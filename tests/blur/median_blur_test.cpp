@@ -1,6 +1,5 @@
 // Median blur against a direct count of each neighbourhood with replicated borders.
 #include <array>
-#include <climits>
 
 #include "blur/blur.h"
 #include "common/reference.h"

@@ -3,10 +3,6 @@
 #ifdef _WIN32
 #include <windows.h>
 
-#include <gtest/gtest.h>
-
-#include <functional>
-
 #include "common/test_util.h"
 #include "velomar.h"
 
