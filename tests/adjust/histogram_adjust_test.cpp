@@ -74,9 +74,7 @@ std::vector<uint8_t> Model(Kind kind, const vtest::Image& r, std::vector<uint8_t
     if (kind == Kind::Equalize) {
         double s = 0;
         for (int i = 0; i < 256; ++i) t[0][i] = uint8_t(int((s += one[i]) * 255.0 / (bytes * r.width * r.height)));
-        return vtest::ApplyCurves(r, d, t[0].data(), t[0].data(), t[0].data());
-    }
-    if (kind != Kind::Level) {  // one curve: the luminance's range, or the channels' joint range over their sum
+    } else if (kind != Kind::Level) {  // one curve: the luminance's range, or the channels' joint range over their sum
         for (int c = 0; kind == Kind::Contrast && c < 3; ++c) {
             LowHigh(h[c], T, low, high);
             lo = std::min(lo, low), hi = std::max(hi, high);
@@ -84,12 +82,12 @@ std::vector<uint8_t> Model(Kind kind, const vtest::Image& r, std::vector<uint8_t
         }
         if (kind == Kind::Color) LowHigh(one, T, lo, hi);
         t[0] = MakeTable(one, lo, hi, autoGamma);
-        return vtest::ApplyCurves(r, d, t[0].data(), t[0].data(), t[0].data());
     }
-    for (int c = 0; c < (bytes == 3 ? 3 : 1); ++c) {
+    for (int c = 0; kind == Kind::Level && c < (bytes == 3 ? 3 : 1); ++c) {
         LowHigh(h[c], T, low, high);
         t[c] = MakeTable(h[c], low, high, autoGamma);
     }
+    if (kind != Kind::Level) t[1] = t[2] = t[0];  // one table for every byte
     return vtest::ApplyCurves(r, d, t[0].data(), t[1].data(), t[2].data());
 }
 
