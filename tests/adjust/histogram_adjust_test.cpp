@@ -15,8 +15,8 @@ using Tab = std::array<uint8_t, 256>;
 enum class Kind { Level, Contrast, Color, Equalize };
 
 // Calls f(B, G, R) for every pixel of the three-byte walk (rows 3 * Width
-// plus Stride % Width bytes apart), or f(v, v, v) for every
-// counted grey byte (a Width of a multiple of four counts the padding too).
+// plus Stride % Width bytes apart), or f(v, v, v) for every counted grey byte
+// (a Width of a multiple of four counts the padding too).
 template <class F>
 void Walk(const vtest::Image& r, F f) {
     const bool grey = r.stride / r.width == 1;
