@@ -1,5 +1,7 @@
 // Local minimum, maximum and range against a direct scan of the neighbourhood
 // clipped to the image.
+#include <array>
+
 #include "common/reference.h"
 #include "statistics/statistics.h"
 
@@ -7,17 +9,17 @@ namespace {
 
 using vtest::Image;
 
-// Extreme over the clipped box; `walk` bytes per pixel; only walked bytes set.
-std::vector<uint8_t> DirectExtreme(const Image& src, int r, bool take_max, int walk,
-                                   std::vector<uint8_t> out) {
+// The minimum (op 0), maximum (1) or range (2) over the clipped box; `walk`
+// bytes per pixel; only walked bytes set.
+std::vector<uint8_t> DirectExtreme(const Image& src, int r, int op, int walk, std::vector<uint8_t> out) {
     vtest::EachSample(src, walk, [&](int x, int y, int c, size_t i) {
-        int v = take_max ? 0 : 255;
+        int lo = 255, hi = 0;
         for (int sy = std::max(0, y - r); sy <= std::min(src.height - 1, y + r); ++sy)
             for (int sx = std::max(0, x - r); sx <= std::min(src.width - 1, x + r); ++sx) {
-                int p = src.bytes[size_t(sy) * src.stride + size_t(sx) * walk + c];
-                v = take_max ? std::max(v, p) : std::min(v, p);
+                const int p = src.bytes[size_t(sy) * src.stride + size_t(sx) * walk + c];
+                lo = std::min(lo, p), hi = std::max(hi, p);
             }
-        out[i] = uint8_t(v);
+        out[i] = uint8_t(op == 0 ? lo : op == 1 ? hi : hi - lo);
     });
     return out;
 }
@@ -44,16 +46,11 @@ TEST_P(MinMaxPaths, MatchDirectScan) {
         const Image noise = vtest::SweepImage(trial, {1, 3, 1, 3, 4}, trial % 2 ? 150 : 70, 40, 4);
         const Image src = trial % 3 ? Blocky(noise) : noise;
         const int r = trial < 20 ? trial / 4 : vtest::RandomInt(0, trial % 5 ? 12 : 80), walk = std::min(src.channels, 3);
-        for (bool take_max : {false, true})
+        for (int op = 0; op < 3; ++op)
             EXPECT_TRUE(vtest::FilterMatches(
-                src, [&](auto... a) { (take_max ? MaxValue : MinValue)(a..., r); },
-                [&](std::vector<uint8_t> d) { return DirectExtreme(src, r, take_max, walk, take_max ? src.bytes : d); }))
-                << " r" << r << (take_max ? " max" : " min");
-        const std::vector<uint8_t> hi = DirectExtreme(src, r, true, walk, src.bytes);
-        std::vector<uint8_t> range = DirectExtreme(src, r, false, walk, std::vector<uint8_t>(hi.size(), 0));
-        for (size_t i = 0; i < range.size(); ++i) range[i] = uint8_t(hi[i] - range[i]);
-        EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { RangeFilter(a..., r); }, [&](auto) { return range; }))
-            << " r" << r << " range";
+                src, [&](auto... a) { std::array{MinValue, MaxValue, RangeFilter}[op](a..., r); },
+                [&](std::vector<uint8_t> d) { return DirectExtreme(src, r, op, walk, op ? src.bytes : d); }))
+                << " r" << r << std::array{" min", " max", " range"}[op];
     }
     // A negative radius and a two-byte layout write nothing.
     const Image src = vtest::RandomImage(13, 6, 3, 2), two = vtest::RandomImage(8, 3, 2);
