@@ -29,11 +29,13 @@ std::vector<uint8_t> DirectEntropy(const Image& src, int r, int mode, std::vecto
 
 // Few distinct values (every fourth picture) make ties in the stretch and
 // empty bins common; a constant picture (every ninth) is zero everywhere.
+// Radius 127, the largest the counters hold, on the two-pixel-wide grey
+// picture of trial 2; 128 and -1 write nothing.
 using EntropyPaths = vtest::EveryIsa;
 TEST_P(EntropyPaths, MatchesDirectHistogram) {
     for (int trial = 0; trial < 50 && !HasFailure(); ++trial) {
         Image src = vtest::SweepImage(trial, {1, 3}, 30, 20, 3);
-        const int r = trial < 10 ? trial / 2 : vtest::RandomInt(0, 24), mode = vtest::RandomInt(0, 1);
+        const int r = trial == 2 ? 127 : trial < 10 ? trial / 2 : vtest::RandomInt(0, 24), mode = vtest::RandomInt(0, 1);
         if (trial % 4 == 1)
             for (auto& b : src.bytes) b = uint8_t(b & 0xC0);
         if (trial % 9 == 5) src = vtest::Flat(src, 77);
@@ -41,10 +43,7 @@ TEST_P(EntropyPaths, MatchesDirectHistogram) {
                                          [&](std::vector<uint8_t> d) { return DirectEntropy(src, r, mode, d); }))
             << " r" << r << " mode " << mode;
     }
-    // Radius 127 is the largest the counters hold; 128 and -1 write nothing.
     const Image src = vtest::RandomImage(3, 2, 1);
-    EXPECT_TRUE(vtest::FilterMatches(src, [&](auto... a) { EntropyFilter(a..., 127, 1); },
-                                     [&](std::vector<uint8_t> d) { return DirectEntropy(src, 127, 1, d); }));
     EXPECT_TRUE(vtest::WritesNothing(vtest::DestFor(src), {
         [&](uint8_t* d) { EntropyFilter(src.data(), d, 3, 2, 3, 128, 1); },
         [&](uint8_t* d) { EntropyFilter(src.data(), d, 3, 2, 3, -1, 1); },
