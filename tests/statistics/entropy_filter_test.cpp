@@ -29,8 +29,7 @@ std::vector<uint8_t> DirectEntropy(const Image& src, int r, int mode, std::vecto
 
 // Few distinct values (every fourth picture) make ties in the stretch and
 // empty bins common; a constant picture (every ninth) is zero everywhere.
-// Radius 127, the largest the counters hold, on the two-pixel-wide grey
-// picture of trial 2; 128 and -1 write nothing.
+// Trial 2 takes radius 127, the largest the counters hold; 128 and -1 write nothing.
 using EntropyPaths = vtest::EveryIsa;
 TEST_P(EntropyPaths, MatchesDirectHistogram) {
     for (int trial = 0; trial < 50 && !HasFailure(); ++trial) {
