@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "common/reference.h"
-#include "enhance/enhance.h"
 
 namespace {
 

@@ -3,11 +3,7 @@
 // directly; the refusals of every enhancement export.
 #include <cmath>
 
-#include "adjust/adjust.h"
-#include "blur/blur.h"
 #include "common/suite.h"
-#include "enhance/enhance.h"
-#include "sharpen/sharpen.h"
 #include "smooth/smooth.h"
 
 namespace {
@@ -238,8 +234,7 @@ TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
         }
         Image dim = src;
         dim.at(0, 0, 0) = dim.at(0, 0, 1) = 0;  // no intensity: the pixel keeps its red
-        const size_t pixels = size_t(w) * h;
-        std::vector<double> I(pixels), base(pixels);
+        std::vector<double> I(size_t(w) * h), base = I;
         vtest::EachSample(dim, 1, [&](int x, int y, int, size_t) {
             const double g = dim.at(x, y, 1) * 0.00392156862745098, b = dim.at(x, y, 0) * 0.00392156862745098;
             I[size_t(y) * w + x] = (g * 40 + b * 20 + b) * 0.01639344262295082;

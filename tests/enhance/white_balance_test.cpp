@@ -4,7 +4,6 @@
 
 #include "adjust/colour_space.h"
 #include "common/reference.h"
-#include "enhance/enhance.h"
 
 namespace {
 
@@ -104,10 +103,8 @@ TEST(AutoWhiteBalance, MatchDirectModels) {
             << " block " << bs << " global " << global << " squared " << squared;
         auto reflector = [&](auto... a) { AutoWhiteBalanceUseReflectorTheory(a..., ratio); };
         EXPECT_TRUE(vtest::FilterMatches(src, reflector, [&](std::vector<uint8_t> d) {
-            std::vector<int> total(size_t(w) * h);
-            vtest::EachSample(src, 1, [&](int x, int y, int, size_t) {
-                total[size_t(y) * w + x] = src.at(x, y, 0) + src.at(x, y, 1) + src.at(x, y, 2);
-            });
+            std::vector<int> total(size_t(w) * h);  // each pixel's three bytes summed
+            vtest::EachSample(src, 3, [&](int x, int y, int, size_t i) { total[size_t(y) * w + x] += src.bytes[i]; });
             return BalanceAbove(src, d, total, long(w) * h * ratio / 100, 255);
         })) << " ratio " << ratio;
         EXPECT_TRUE(vtest::FilterMatches(src, AutoWhiteBalanceUseStandardGrayWorldModel, [&](std::vector<uint8_t> d) {
