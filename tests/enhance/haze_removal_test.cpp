@@ -45,11 +45,10 @@ TEST(Haze, ResizeNearestAndBilinear) {
 Image SkyOverGround(int w, int h) {
     Image img(w, h, 3);
     const uint8_t sky[3] = {230, 200, 190};
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const bool dark = y >= h / 2 && (x / 2) % 2 == 1 && (x | 1) < w - 2;  // whole pairs only
-            for (int k = 0; k < 3; ++k) img.at(x, y, k) = dark ? uint8_t(RandomInt(0, 60)) : sky[k];
-        }
+    vtest::EachSample(img, 3, [&](int x, int y, int k, size_t i) {
+        const bool dark = y >= h / 2 && (x / 2) % 2 == 1 && (x | 1) < w - 2;  // whole pairs only
+        img.bytes[i] = dark ? uint8_t(RandomInt(0, 60)) : sky[k];
+    });
     return img;
 }
 
