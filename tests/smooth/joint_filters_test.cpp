@@ -93,9 +93,9 @@ void ReferencePlane(const vtest::Image& srcPlane, const vtest::Image& guidePlane
     while (s + 1 <= p.downsample && (W >> (s + 1)) >= 1 && (H >> (s + 1)) >= 1) ++s;
     const int w = W >> s, h = H >> s;
     std::vector<double> sg(size_t(w) * h), ss(sg.size());
-    for (int r = 0; r < h; ++r)
-        for (int c = 0; c < w; ++c)
-            sg[size_t(r) * w + c] = guide[size_t(r << s) * W + (c << s)], ss[size_t(r) * w + c] = src[size_t(r << s) * W + (c << s)];
+    vtest::EachSample(vtest::Image(w, h, 1), 1, [&](int c, int r, int, size_t i) {
+        sg[i] = guide[size_t(r << s) * W + (c << s)], ss[i] = src[size_t(r << s) * W + (c << s)];
+    });
     const double gmin = *std::min_element(sg.begin(), sg.end()), gmax = *std::max_element(sg.begin(), sg.end());
     const int n = std::max(velomar::TruncToInt((gmax - gmin) / (2 * p.sigmaRange) + 0.5), 2);
     const double step = (gmax - gmin) / (n - 1);
@@ -116,28 +116,26 @@ void ReferencePlane(const vtest::Image& srcPlane, const vtest::Image& guidePlane
         J[size_t(k)].resize(sg.size());
         for (size_t i = 0; i < sg.size(); ++i) J[size_t(k)][i] = num[i] / den[i];
     }
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            // J of level k at the pixel: direct at full size, bilinear from the
-            // four small neighbours otherwise.
-            auto at = [&](int k) {
-                const auto& P = J[size_t(k)];
-                if (p.downsample == 0) return P[size_t(y) * W + x];
-                const double fx = std::min(x / double(1 << s), double(w - 1));
-                const double fy = std::min(y / double(1 << s), double(h - 1));
-                const int x0 = int(fx), y0 = int(fy), x1 = std::min(x0 + 1, w - 1), y1 = std::min(y0 + 1, h - 1);
-                const double ax = fx - x0, ay = fy - y0;
-                return P[size_t(y0) * w + x0] * ((1 - ax) * (1 - ay)) + P[size_t(y0) * w + x1] * (ax * (1 - ay)) +
-                       P[size_t(y1) * w + x0] * ((1 - ax) * ay) + P[size_t(y1) * w + x1] * (ax * ay);
-            };
-            const int g = guide[size_t(y) * W + x];
-            const double t = p.downsample == 0 ? (g - gmin) * (1 / step) : (g - gmin) / step;
-            const int i = velomar::TruncToInt(t);
-            if (i < 0 || i > n - 1) continue;
-            const double v = i == n - 1 ? at(i) : ((i + 1) - t) * at(i) + (1 - ((i + 1) - t)) * at(i + 1);
-            // Full size rounds and clamps; downsampled output truncates and wraps.
-            dest[size_t(y) * W + x] = uint8_t(velomar::TruncToInt(p.downsample == 0 ? std::clamp(v + 0.5, 0.0, 255.0) : v));
-        }
+    vtest::EachSample(srcPlane, 1, [&](int x, int y, int, size_t o) {
+        // J of level k at the pixel: direct at full size, bilinear from the
+        // four small neighbours otherwise.
+        auto at = [&](int k) {
+            const auto& P = J[size_t(k)];
+            if (p.downsample == 0) return P[o];
+            const double fx = std::min(x / double(1 << s), double(w - 1));
+            const double fy = std::min(y / double(1 << s), double(h - 1));
+            const int x0 = int(fx), y0 = int(fy), x1 = std::min(x0 + 1, w - 1), y1 = std::min(y0 + 1, h - 1);
+            const double ax = fx - x0, ay = fy - y0;
+            return P[size_t(y0) * w + x0] * ((1 - ax) * (1 - ay)) + P[size_t(y0) * w + x1] * (ax * (1 - ay)) +
+                   P[size_t(y1) * w + x0] * ((1 - ax) * ay) + P[size_t(y1) * w + x1] * (ax * ay);
+        };
+        const double t = p.downsample == 0 ? (guide[o] - gmin) * (1 / step) : (guide[o] - gmin) / step;
+        const int i = velomar::TruncToInt(t);
+        if (i < 0 || i > n - 1) return;
+        const double v = i == n - 1 ? at(i) : ((i + 1) - t) * at(i) + (1 - ((i + 1) - t)) * at(i + 1);
+        // Full size rounds and clamps; downsampled output truncates and wraps.
+        dest[o] = uint8_t(velomar::TruncToInt(p.downsample == 0 ? std::clamp(v + 0.5, 0.0, 255.0) : v));
+    });
 }
 
 // Both filters on the same pictures and guides: over a separate Dest, in place
