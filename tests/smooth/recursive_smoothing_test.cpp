@@ -32,8 +32,7 @@ std::vector<T> Flattened(const Grid<T>& g) {
 template <class T>
 Grid<T> Transposed(const Grid<T>& g) {
     Grid<T> t(g[0].size(), std::vector<T>(g.size()));
-    for (size_t y = 0; y < g.size(); ++y)
-        for (size_t x = 0; x < g[0].size(); ++x) t[x][y] = g[y][x];
+    vtest::EachSample(Image(int(g[0].size()), int(g.size()), 1), 1, [&](int x, int y, auto...) { t[x][y] = g[y][x]; });
     return t;
 }
 
