@@ -186,9 +186,8 @@ TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
         }
         auto lsd = [&](auto... a) { LSDContrastEnhancement(a..., r, lsdAmount, maxGain); };
         EXPECT_TRUE(vtest::FilterMatches(src, lsd, [&](std::vector<uint8_t> out) {
-            const std::vector<uint8_t> entry = out;
             vtest::EachRowByte(src, src.width * c, [&](size_t i) {
-                const int m = c == 1 ? entry[i] : int(stats.mean[i]);
+                const int m = c == 1 ? out[i] : int(stats.mean[i]);  // each byte read before it is written
                 const double gain = std::min(alpha[i % src.stride % c] / std::sqrt(stats.variance[i] + 1.0), double(maxGain));
                 out[i] = vtest::TruncClamp((src.bytes[i] - m) * gain + m);
             });
