@@ -68,8 +68,7 @@ TEST(LineKernel, HandDerivedCasesAndFloatConstruction) {
             EXPECT_NEAR(t.weight, expected, 64) << "d " << d << " angle " << angle << " at " << t.dx << "," << t.dy;
         }
         EXPECT_EQ(sum, 65536) << "d " << d << " angle " << angle;
-        // Whole turns change nothing; the centred streak is the same line half a turn on.
-        EXPECT_EQ(AsMap(taps), AsMap(Kernel(d, angle + 360, trailing)));
+        // The centred streak is the same line half a turn on (the angles span four whole turns).
         if (!trailing) {
             EXPECT_EQ(AsMap(taps), AsMap(Kernel(d, angle - 180, false)));
         }
