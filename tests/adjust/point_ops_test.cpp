@@ -78,19 +78,17 @@ TEST(CurveExports, MatchDirectTablesInEveryLayout) {
 }
 
 // Matrix forms over records with row padding, under every instruction set: Invert complements every byte,
-// padding included, in place too (the wider record fills every vector width four times over, with a tail).
+// padding included, in place too (the record fills every vector width four times over, then once, then a tail).
 // GammaCorrection1 maps grey rows whole and three-channel pixels only, and returns 0 even for a depth it
 // rejects. Posterize splits evenly and rejects bad levels; Desaturate writes the mid-range grey, keeps alpha
 // and returns the last level.
 using MatrixForms = vtest::EveryIsa;
 TEST_P(MatrixForms, InvertGammaPosterizeDesaturate) {
-    for (int width : {7, 101}) {
-        Image inv = vtest::RandomImage(width, 5, 3, 3);
-        const Image before = inv;
-        Matrix m = vtest::MatrixOf(inv);
-        EXPECT_EQ(Invert(&m, &m), STATUS_OK);
-        for (size_t i = 0; i < inv.bytes.size(); ++i) ASSERT_EQ(inv.bytes[i], 255 - before.bytes[i]) << i;
-    }
+    Image inv = vtest::RandomImage(101, 5, 3, 3);
+    const Image before = inv;
+    Matrix m = vtest::MatrixOf(inv);
+    EXPECT_EQ(Invert(&m, &m), STATUS_OK);
+    for (size_t i = 0; i < inv.bytes.size(); ++i) ASSERT_EQ(inv.bytes[i], 255 - before.bytes[i]) << i;
     for (int c = 1; c <= 4; ++c) {
         Image src = vtest::RandomImage(5, 3, c, 3), dst(5, 3, c, 3, 1);
         Matrix s = vtest::MatrixOf(src), d = vtest::MatrixOf(dst);
