@@ -63,9 +63,9 @@ std::vector<double> Scales(double sigma, int n) {
     return s;
 }
 
-// Mean over the scales of ln(v + 1) - ln(blur + 1) at every byte, stretched
-// channel by channel (grey, or three bytes a pixel) by its mean and deviation.
-std::vector<uint8_t> DirectRetinex(const Image& in, std::vector<uint8_t> d, double sigma, int scales, double dynamic) {
+// Mean over the scales of ln(v + 1) - ln(blur + 1) at every byte, stretched channel
+// by channel (grey, or three bytes a pixel) by its mean and deviation, written over d.
+Image DirectRetinex(Image in, std::vector<uint8_t> d, double sigma, int scales, double dynamic) {
     const std::vector<double> sigmas = Scales(sigma, scales);
     const int c = in.stride / in.width == 1 ? 1 : 3;
     const double n = double(in.width) * in.height;
@@ -83,7 +83,8 @@ std::vector<uint8_t> DirectRetinex(const Image& in, std::vector<uint8_t> d, doub
         const double sd = std::sqrt(sq[k] / n), lo = sum[k] / n - dynamic * sd, range = (sum[k] / n + dynamic * sd) - lo;
         d[i] = vtest::TruncClamp((acc[i] - lo) * (255 / (range == 0 ? 1.0 : range)));
     });
-    return d;
+    in.bytes = d;
+    return in;
 }
 
 // The skin smoothing composed from its building blocks; Dest starts as a copy
@@ -155,12 +156,9 @@ TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
         for (int hsv : {0, 1}) {  // every byte, or the HSV value plane
             auto retinex = [&](auto... a) { (hsv ? MSRHSV : MSRCRGIMP)(a..., sigma, scales, dynamic); };
             EXPECT_TRUE(vtest::FilterMatches(src, retinex, [&](std::vector<uint8_t> d) {
-                if (!hsv) return DirectRetinex(src, d, sigma, scales, dynamic);
+                if (!hsv) return DirectRetinex(src, d, sigma, scales, dynamic).bytes;
                 if (c == 1) return d;  // grey rows cannot hold three-byte pixels: nothing is written
-                return ThroughHsvValue(src, d, [&](Image plane) {
-                    plane.bytes = DirectRetinex(plane, plane.bytes, sigma, scales, dynamic);
-                    return plane;
-                });
+                return ThroughHsvValue(src, d, [&](auto& v) { return DirectRetinex(v, v.bytes, sigma, scales, dynamic); });
             })) << " hsv " << hsv << " scales " << scales << " sigma " << sigma;
         }
         if (c == 4) continue;
