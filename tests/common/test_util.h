@@ -104,16 +104,6 @@ inline ::testing::AssertionResult BytesEqual(const std::vector<uint8_t>& expecte
     return ::testing::AssertionSuccess();
 }
 
-// Checks that every padding byte of `img` (beyond Width * Channels in each row)
-// still equals `marker`.
-inline ::testing::AssertionResult PaddingIntact(const Image& img, uint8_t marker) {
-    for (int y = 0; y < img.height; ++y)
-        for (int x = img.width * img.channels; x < img.stride; ++x)
-            if (img.bytes[size_t(y) * img.stride + x] != marker)
-                return ::testing::AssertionFailure() << "padding byte changed at row " << y << ", offset " << x;
-    return ::testing::AssertionSuccess();
-}
-
 // Parameterised over every instruction set the dispatcher can use on this
 // machine; each test runs with ActiveIsa() narrowed to its parameter (cases
 // wider than the machine are skipped), so every wider path is compared with

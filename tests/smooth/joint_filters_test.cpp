@@ -187,8 +187,9 @@ TEST(JointFilters, MatchTheirModels) {
             // it), but the padding is never written and nothing outside the
             // buffer is touched.
             vtest::Image d = vtest::DestFor(src);
+            const vtest::Image before = d;
             bilateral(src.data(), guide.data(), d.data());
-            EXPECT_TRUE(vtest::PaddingIntact(d, 0x3C));
+            EXPECT_TRUE(vtest::BytesEqual(vtest::Flat(before, 0).bytes, vtest::Flat(d, 0).bytes));  // the padding
             continue;
         }
         check(bilateral, [&](auto d) { return PerPlane(src, guide, d, [&](auto&&... a) { ReferencePlane(a..., p); }); });
