@@ -97,13 +97,6 @@ inline int32_t TruncI32(double v) {
 }
 inline uint8_t TruncClamp(double v) { return uint8_t(std::clamp(TruncI32(v), 0, 255)); }
 
-inline ::testing::AssertionResult AllBytes(const std::vector<uint8_t>& v, uint8_t value) {
-    for (size_t i = 0; i < v.size(); ++i)
-        if (v[i] != value)
-            return ::testing::AssertionFailure() << "byte " << i << " is " << int(v[i]) << ", not " << int(value);
-    return ::testing::AssertionSuccess();
-}
-
 // Runs every call over its own copy of `dest`: none may change a byte.
 inline ::testing::AssertionResult WritesNothing(const Image& dest,
                                                 std::initializer_list<std::function<void(uint8_t*)>> calls) {

@@ -254,10 +254,10 @@ TEST(ToneSweep, ContrastHdrRetinexAndSkinMatchDirectModels) {
     }
     Image black(6, 4, 3), bright(6, 4, 3, 0, 200), out(6, 4, 3);  // weight exp(-4): 98 % of the brighter exposure
     HdrBasedOnExposureBlending(black.data(), bright.data(), out.data(), out.data(), 6, 4, 18, 2);
-    EXPECT_TRUE(vtest::AllBytes(out.bytes, 196));
+    EXPECT_TRUE(vtest::BytesEqual(Image(6, 4, 3, 0, 196).bytes, out.bytes));
     Image flat(9, 7, 3, 0, 90), lifted(9, 7, 3);  // a constant base: lifted to full intensity
     HdrBasedOnGuiderFilter(flat.data(), lifted.data(), 9, 7, 27, 3);
-    EXPECT_TRUE(vtest::AllBytes(lifted.bytes, 255));
+    EXPECT_TRUE(vtest::BytesEqual(Image(9, 7, 3, 0, 255).bytes, lifted.bytes));
 }
 
 // Every enhancement export's refusals: null images, bad radii, levels beyond
