@@ -169,11 +169,12 @@ void MapWholeTiles(const uint8_t* Src, uint8_t* Dest, int32_t Stride, int32_t Ti
     auto table = [&](int32_t ty, int32_t tx, int32_t c) {
         return tables.data() + ((size_t(ty) * TilesX + tx) * tablesPerTile + (perChannel ? c : 0)) * 256;
     };
-    // Curves within 0..255 (always, but for clip limits far below zero) let the
-    // quotient be taken in double precision: the numerator is an integer below
-    // 255 * area, exact as a double, and a quotient that is not whole lies at
-    // least 1 / area from the next integer, far more than the division's
-    // rounding, so truncating the double quotient gives the integer one.
+    // Curves within 0..255 (always, but where a limit of 0 clips every count
+    // away and the curve is 0 / 0) let the quotient be taken in double
+    // precision: the numerator is an integer below 255 * area, exact as a
+    // double, and a quotient that is not whole lies at least 1 / area from the
+    // next integer, far more than the division's rounding, so truncating the
+    // double quotient gives the integer one.
     bool bytesOnly = true;
     for (size_t i = 0; i < tables.size(); ++i) bytesOnly &= static_cast<uint32_t>(tables[i]) <= 255u;
     int32_t y0 = 0;
