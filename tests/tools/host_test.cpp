@@ -34,11 +34,9 @@ protected:
     void TearDown() override { std::filesystem::remove_all(dir_); }
     std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
-    // A small colour test picture written to disk.
-    std::string WriteInput(host::Image& image) {
-        image = host::Image(23, 17, 3);
-        for (int y = 0; y < 17; ++y)
-            for (int x = 0; x < 69; ++x) image.pixels[y * image.stride + x] = uint8_t(x * 11 + y * 7);
+    // The host's fixed picture, 23 x 17, in colour (or with alpha), written to disk.
+    std::string WriteInput(host::Image& image, int channels = 3) {
+        image = host::Pattern(23, 17, channels);
         std::string error, path = Path("in.png");
         EXPECT_TRUE(host::SavePng(path, image, error)) << error;
         return path;
@@ -140,20 +138,19 @@ TEST_F(HostTest, RunAndBatchWriteEveryFormatAndStandardOutput) {
 // the colour and carry the alpha through. 16-bit files are reduced, with a
 // warning.
 TEST_F(HostTest, AlphaIsKeptAndSixteenBitInputWarned) {
-    host::Image bgra(9, 7, 4);
-    for (size_t i = 0; i < bgra.pixels.size(); ++i) bgra.pixels[i] = uint8_t(i * 37 + i / 5);
+    host::Image bgra;
+    const std::string in = WriteInput(bgra, 4);
     std::string error;
-    ASSERT_TRUE(host::SavePng(Path("a.png"), bgra, error)) << error;
     for (const std::string op : {"BoxBlur", "GuassBlur"}) {
-        ASSERT_EQ(Cli({"run", op, Path("a.png"), Path("b.png")}).code, 0);
+        ASSERT_EQ(Cli({"run", op, in, Path("b.png")}).code, 0);
         host::Image written, expected = bgra;
         ASSERT_TRUE(host::LoadImage(Path("b.png"), written, error)) << error;
         ASSERT_EQ(written.channels, 4);
         if (op == "BoxBlur") {
-            BoxBlur(bgra.data(), expected.data(), 9, 7, bgra.stride, 8, EDGE_REFLECT);
+            BoxBlur(bgra.data(), expected.data(), bgra.width, bgra.height, bgra.stride, 8, EDGE_REFLECT);
         } else {
             host::Image colour = host::ToColour(bgra), blurred = colour;
-            GuassBlur(colour.data(), blurred.data(), 9, 7, colour.stride, 4);
+            GuassBlur(colour.data(), blurred.data(), colour.width, colour.height, colour.stride, 4);
             expected = host::WithAlpha(blurred, host::AlphaOf(bgra));
         }
         EXPECT_EQ(written.pixels, expected.pixels) << op;
