@@ -6,9 +6,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <string>
 
 #include "host.h"
@@ -56,13 +58,6 @@ void NameTheCase(int sig) {
     raise(sig);
 }
 
-void Fill(uint8_t* p, size_t n, uint32_t seed) {
-    for (size_t i = 0; i < n; ++i) {
-        seed = seed * 1664525u + 1013904223u;
-        p[i] = uint8_t(seed >> 24);
-    }
-}
-
 TEST(GuardPages, NoExportTouchesBytesOutsideItsBuffers) {
     signal(SIGSEGV, NameTheCase);
     signal(SIGBUS, NameTheCase);
@@ -84,7 +79,7 @@ TEST(GuardPages, NoExportTouchesBytesOutsideItsBuffers) {
                                           int(set));
                             Guarded src(size, atEnd), dst(size, atEnd), both(size, atEnd);
                             ASSERT_TRUE(src.data() && dst.data() && both.data());
-                            Fill(src.data(), size, uint32_t(size));
+                            std::generate_n(src.data(), size, std::mt19937(uint32_t(size)));
                             std::memcpy(dst.data(), src.data(), size);
                             std::memcpy(both.data(), src.data(), size);
                             src.ReadOnly();
