@@ -83,19 +83,6 @@ TEST(CoefficientPictures, UniformImagesShowTheirFirstCoefficient) {
     }
 }
 
-// f(imaginary line, real line, length) on every row of the two planes, then
-// on every column.
-template <class F>
-void RowsThenColumns(std::vector<float>& im, std::vector<float>& re, int pw, int ph, F f) {
-    for (int y = 0; y < ph; ++y) f(im.data() + size_t(y) * pw, re.data() + size_t(y) * pw, pw);
-    std::vector<float> ci(ph), cr(ph);
-    for (int x = 0; x < pw; ++x) {
-        for (int y = 0; y < ph; ++y) ci[y] = im[size_t(y) * pw + x], cr[y] = re[size_t(y) * pw + x];
-        f(ci.data(), cr.data(), ph);
-        for (int y = 0; y < ph; ++y) im[size_t(y) * pw + x] = ci[y], re[size_t(y) * pw + x] = cr[y];
-    }
-}
-
 // The spectrum (kind 0) and coefficient (1 DCT, 2 Walsh) pictures built step
 // by step: each channel in a plane padded with zeros, transformed a line at a
 // time with the one-sequence transforms (the plane transforms take many lines
@@ -109,9 +96,18 @@ std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> des
         std::vector<float> im(size_t(pw) * ph, 0.0f), re(im.size(), 0.0f);
         vtest::EachSample(p, 1, [&](int x, int y, int, size_t i) { im[size_t(y) * pw + x] = p.bytes[i]; });
         if (copy == 1) re = im;
-        RowsThenColumns(im, re, pw, ph, [&](float* i, float* r, int n) {
+        // The transform of (imaginary line, real line, length) on every row of
+        // the two planes, then on every column.
+        auto transform = [&](float* i, float* r, int n) {
             kind == 0 ? FFT1D(n, i, r, dir) : kind == 1 ? velomar::DCT1D(i, n, dir) : velomar::WalshTransform1D(n, i);
-        });
+        };
+        for (int y = 0; y < ph; ++y) transform(im.data() + size_t(y) * pw, re.data() + size_t(y) * pw, pw);
+        std::vector<float> ci(ph), cr(ph);
+        for (int x = 0; x < pw; ++x) {
+            for (int y = 0; y < ph; ++y) ci[y] = im[size_t(y) * pw + x], cr[y] = re[size_t(y) * pw + x];
+            transform(ci.data(), cr.data(), ph);
+            for (int y = 0; y < ph; ++y) im[size_t(y) * pw + x] = ci[y], re[size_t(y) * pw + x] = cr[y];
+        }
         // Output (x, y) reads position (ox + x, oy + y) of the (shifted) plane.
         vtest::EachSample(out, 1, [&](int x, int y, int, size_t i) {
             const int sy = ((ph - h) / 2 + y + (moves ? ph / 2 : 0)) % ph, sx = ((pw - w) / 2 + x + (moves ? pw / 2 : 0)) % pw;
@@ -121,12 +117,6 @@ std::vector<uint8_t> PictureOf(const vtest::Image& src, std::vector<uint8_t> des
         });
         return out;
     });
-}
-
-void Show(int kind, const uint8_t* s, uint8_t* d, int w, int h, int stride, uint8_t copy, int dir) {
-    if (kind == 0) ShowFFT(s, d, w, h, stride, copy, dir);
-    if (kind == 1) ShowDCT(s, d, w, h, stride, dir);
-    if (kind == 2) ShowWALSH(s, d, w, h, stride);
 }
 
 // Only the low byte of Direction counts: 256 is the FFT's inverse, unscaled,
@@ -143,7 +133,10 @@ TEST(SpectrumPictures, MatchTheStepByStepPictures) {
                     vtest::Image src = vtest::RandomImage(t.w, t.h, t.bytes, t.padding);
                     for (int y = 0; y < t.h; ++y)  // black rows, some starting a block the FFT skips
                         if (vtest::RandomInt(0, 3) == 0) std::fill_n(&src.at(0, y), t.w * t.bytes, uint8_t(0));
-                    auto show = [&](auto... a) { Show(kind, a..., copy, dir); };
+                    auto show = [&](const uint8_t* s, uint8_t* d, int w, int h, int stride) {
+                        kind == 0 ? ShowFFT(s, d, w, h, stride, copy, dir)
+                        : kind == 1 ? ShowDCT(s, d, w, h, stride, dir) : ShowWALSH(s, d, w, h, stride);
+                    };
                     auto model = [&](auto d) { return PictureOf(src, d, kind, copy, dir); };
                     EXPECT_TRUE(vtest::FilterMatches(src, show, model))
                         << " kind " << kind << " dir " << dir << " copy " << int(copy);
