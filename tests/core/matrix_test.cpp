@@ -75,8 +75,7 @@ TEST(MatrixPreamble, ReportsTheFirstFailingCheckAndRefusesMalformedRecords) {
     Matrix s16 = src, d16 = dst;
     s16.Depth = d16.Depth = DEPTH_16S;
     EXPECT_EQ(Invert(&s16, &d16), STATUS_NOT_SUPPORTED);
-    // A parameter error is reported before an unsupported depth.
-    s16.Channel = d16.Channel = 1;
+    // A parameter error (Desaturate on one channel) comes before the depth.
     EXPECT_EQ(Desaturate(&s16, &d16), STATUS_INVALID_PARAMETER);
 
     // Records that cannot describe their own pixels once made Invert, Posterize
