@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host.h"
@@ -21,16 +22,12 @@ namespace {
 
 // Executions per export, printed when the fuzzer exits (kept apart from the
 // host's table, which static destruction may already have released).
-struct Tally {
-    std::vector<std::string> names;
-    std::vector<unsigned long long> counts;
-};
+using Tally = std::vector<std::pair<std::string, unsigned long long>>;
 
 Tally& Counts() {
     static Tally* tally = [] {
         auto* t = new Tally;
-        for (const host::Op& op : host::Ops()) t->names.push_back(op.name);
-        t->counts.resize(t->names.size());
+        for (const host::Op& op : host::Ops()) t->emplace_back(op.name, 0);
         return t;
     }();
     return *tally;
@@ -38,8 +35,7 @@ Tally& Counts() {
 
 void Report() {
     std::fprintf(stderr, "executions per export:");
-    for (size_t k = 0; k < Counts().names.size(); ++k)
-        std::fprintf(stderr, " %s=%llu", Counts().names[k].c_str(), Counts().counts[k]);
+    for (const auto& [name, count] : Counts()) std::fprintf(stderr, " %s=%llu", name.c_str(), count);
     std::fprintf(stderr, "\n");
 }
 
@@ -94,11 +90,10 @@ double Draw(FuzzedDataProvider& in, const host::Param& p) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider in(data, size);
     const std::vector<host::Op>& ops = host::Ops();
-    static const bool reporting = std::atexit(Report) == 0;
-    (void)reporting;
+    [[maybe_unused]] static const bool reporting = std::atexit(Report) == 0;
     const size_t index = in.ConsumeIntegralInRange<size_t>(0, ops.size() - 1);
     const host::Op& op = ops[index];
-    ++Counts().counts[index];
+    ++Counts()[index].second;
     const int c = in.PickValueInArray({1, 3, 4});
     // Mostly small pictures (fast runs), now and then up to 300 x 300.
     const int most = in.ConsumeIntegralInRange(0, 255) == 0 ? 300 : 16;
