@@ -39,7 +39,6 @@ TEST(CreateMatrix, FailedPixelAllocationReportsOutOfMemory) {
     EXPECT_EQ(VL_CreateMatrix(100000, 100000, DEPTH_64F, 4, &m), STATUS_OUT_OF_MEMORY);
     EXPECT_NE(m, nullptr);  // the released record's address, not to be used
     // A row length beyond 32 bits fails the same way instead of wrapping.
-    m = nullptr;
     EXPECT_EQ(VL_CreateMatrix(1 << 28, 1, DEPTH_64F, 1, &m), STATUS_OUT_OF_MEMORY);
     // The largest request: its size is never formed in a type it overflows.
     EXPECT_EQ(VL_CreateMatrix(INT_MAX, INT_MAX, DEPTH_64F, 4, &m), STATUS_OUT_OF_MEMORY);
