@@ -9,7 +9,6 @@
 namespace {
 
 using vtest::MapEdge;
-using Form = std::function<Status(const Matrix*, const Matrix*, Matrix*, int32_t)>;
 
 // The dot product in its documented order, one float at a time: sixteen
 // running sums over whole blocks, combined (S3 + S2) + (S1 + S0) lane by lane
@@ -92,7 +91,7 @@ bool FftValueAcceptable(const Matrix* src, const std::vector<float>& k, int kw, 
 }
 
 // Calls `form` through FilterJudged over Matrix records shaped like `like`.
-auto Calls(const Form& form, const Matrix& like, Matrix* kernel, int edge) {
+auto Calls(auto form, const Matrix& like, Matrix* kernel, int edge) {
     return [form, like, kernel, edge](const uint8_t* s, uint8_t* d, auto...) {
         Matrix in = like, out = like;
         in.Data = const_cast<uint8_t*>(s), out.Data = d;
