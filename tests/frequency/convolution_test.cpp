@@ -172,7 +172,7 @@ TEST(Convolutions, ValidationStatusesLeaveDestUntouched) {
     std::vector<uint8_t> in(96, 7), out(96, 9);  // room for every record below
     Matrix a{6, 5, 6, 1, DEPTH_8U, in.data(), 0}, b{6, 5, 6, 1, DEPTH_8U, out.data(), 0}, c3 = b, wide = b, tall = b;
     Matrix s16 = a, d16 = b, noData = b, step = a, signedDepth = b, kw0 = kernel, kh0 = kernel, noKernelData = kernel;
-    c3.Channel = 3, c3.WidthStep = 18, wide.Width = wide.WidthStep = 7, tall.Height = 6;
+    c3.Channel = 3, c3.WidthStep = 18, wide.Width = 7, tall.Height = 6;  // (wide: only its Width differs)
     s16.Depth = d16.Depth = DEPTH_16S, s16.WidthStep = d16.WidthStep = 12;
     noData.Data = noKernelData.Data = nullptr;
     step.WidthStep += 4, signedDepth.Depth = DEPTH_8S, kw0.Width = 0, kh0.Height = 0;  // (the same sizes, another depth)
