@@ -90,14 +90,7 @@ TEST(BoxBlur, MeanTruncatesAtEveryQuotientBoundary) {
 std::vector<double> RunningBox(const std::vector<double>& src, int w, int h, int stride, int r, int edge) {
     std::vector<double> out(src.size(), -7.0), col(size_t(w), 0.0);
     const double inv = 1.0 / int32_t(uint32_t(2 * r + 1) * uint32_t(2 * r + 1));  // 32-bit area
-    // The border rule, repeated folding by whole sizes taken as the remainder,
-    // which stays fast for radii of a million.
-    auto fold = [edge](int64_t p, int n) {
-        if (p >= 0 && p < n) return int(p);
-        if (edge == 0) return p < 0 ? 0 : n - 1;
-        return p < 0 ? int(-p % n) : int(((2 * int64_t(n) - p - 2) % n + n) % n);
-    };
-    auto at = [&](int64_t y, int x) { return src[size_t(fold(y, h)) * stride + x]; };
+    auto at = [&](int64_t y, int x) { return src[size_t(MapEdge(y, h, edge)) * stride + x]; };
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x)
             if (y == 0)
@@ -105,10 +98,10 @@ std::vector<double> RunningBox(const std::vector<double>& src, int w, int h, int
             else
                 col[x] = col[x] - (at(y - r - 1, x) - at(y + r, x));
         double s = 0;
-        for (int64_t p = -r; p <= r; ++p) s += col[fold(p, w)];
+        for (int64_t p = -r; p <= r; ++p) s += col[MapEdge(p, w, edge)];
         out[size_t(y) * stride] = s * inv;
         for (int x = 1; x < w; ++x) {
-            s = s - (col[fold(x - r - 1, w)] - col[fold(x + r, w)]);
+            s = s - (col[MapEdge(x - r - 1, w, edge)] - col[MapEdge(x + r, w, edge)]);
             out[size_t(y) * stride + x] = s * inv;
         }
     }

@@ -13,19 +13,13 @@
 
 namespace vtest {
 
-// The border rule written out literally: replicate (mode 0) clamps; any other
-// mode mirrors without repeating the edge pixel, folding by whole sizes.
+// The border rule, the tests' one copy: replicate (mode 0) clamps; any other
+// mode mirrors without repeating the edge pixel, folding by whole sizes (taken
+// as the remainder, so radii of a million cost no more than small ones).
 inline int MapEdge(int64_t p, int64_t n, int mode) {
     if (p >= 0 && p < n) return int(p);
     if (mode == 0) return p < 0 ? 0 : int(n - 1);
-    if (p < 0) {
-        int64_t v = -p;
-        while (v >= n) v -= n;
-        return int(v);
-    }
-    int64_t v = 2 * n - p - 2;
-    while (v < 0) v += n;
-    return int(v);
+    return p < 0 ? int(-p % n) : int(((2 * n - p - 2) % n + n) % n);
 }
 
 // Byte offset of channel `c` of pixel (x, y) when pixels lie `walk` bytes apart.
