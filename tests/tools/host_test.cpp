@@ -152,6 +152,7 @@ TEST_F(HostTest, AlphaIsKeptAndSixteenBitInputWarned) {
             host::Image colour = host::ToColour(bgra), blurred = colour;
             GuassBlur(colour.data(), blurred.data(), colour.width, colour.height, colour.stride, 4);
             expected = host::WithAlpha(blurred, host::AlphaOf(bgra));
+            for (size_t i = 3; i < bgra.pixels.size(); i += 4) ASSERT_EQ(written.pixels[i], bgra.pixels[i]) << i;
         }
         EXPECT_EQ(written.pixels, expected.pixels) << op;
     }
